@@ -1,0 +1,14 @@
+// kivo.h: every public header of the kivo library.
+#pragma once
+
+#include <kivo/kivoExport.h>
+#include <kivo/kivoVersion.h>
+
+#include <kivo/support/kivoCheckpointed.h>
+#include <kivo/support/kivoDebugCRTP.h>
+#include <kivo/support/kivoDebugCount.h>
+#include <kivo/support/kivoDebugFootprint.h>
+#include <kivo/support/kivoDebugPrint.h>
+#include <kivo/support/kivoRefCounted.h>
+
+#include <kivo/data/kivoDataMember.h>

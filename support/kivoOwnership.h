@@ -1,0 +1,73 @@
+// Internal: single owners for names, references and element blocks.
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+namespace kivo::Detail {
+
+// The one duplicate/free pair for owned C-string names: null stays null,
+// "" stays "".
+inline char* copyName(const char* name) {
+  if (!name) return nullptr;
+  const size_t size = std::strlen(name) + 1;
+  char* copy = new char[size];
+  std::memcpy(copy, name, size);
+  return copy;
+}
+
+inline void freeName(char* name) { delete[] name; }
+
+// One reference on an object that is already shared: ref() on construction,
+// unref() on destruction. A just-created object (count 0) stays in a
+// std::unique_ptr until it is handed on, since a ref()/unref() pair would
+// delete it.
+template <class T>
+class Ref {
+ public:
+  Ref() = default;
+  explicit Ref(T* object) : fObject(object) {
+    if (fObject) fObject->ref();
+  }
+  Ref(const Ref& other) : Ref(other.fObject) {}
+  Ref(Ref&& other) noexcept : fObject(std::exchange(other.fObject, nullptr)) {}
+  Ref& operator=(Ref other) noexcept {
+    std::swap(fObject, other.fObject);
+    return *this;
+  }
+  ~Ref() {
+    if (fObject) fObject->unref();
+  }
+  T* get() const { return fObject; }
+  T* operator->() const { return fObject; }
+  T& operator*() const { return *fObject; }
+  explicit operator bool() const { return fObject != nullptr; }
+
+ private:
+  T* fObject = nullptr;
+};
+
+// One element block, destroyed through its structure (which frees the
+// strings inside) and then freed, unless released. S is the structure type.
+template <class S>
+class Chunk {
+ public:
+  Chunk(const S& structure, char* block) : fStructure(structure), fBlock(block) {}
+  ~Chunk() {
+    if (fBlock) {
+      const_cast<S&>(fStructure).destroyChunk(fBlock);
+      delete[] fBlock;
+    }
+  }
+  Chunk(const Chunk&) = delete;
+  Chunk& operator=(const Chunk&) = delete;
+  char* get() const { return fBlock; }
+  char* release() { return std::exchange(fBlock, nullptr); }
+
+ private:
+  const S& fStructure;
+  char* fBlock;
+};
+
+}  // namespace kivo::Detail
