@@ -23,7 +23,7 @@ class Structure;
 class KIVO_EXPORT Member {
  public:
   // The fixed type order: tables and debug output use these numbers.
-  enum eDataType {
+  enum eDataType : uint32_t {
     kBoolean = 0,
     kDouble = 1,
     kDoubleMatrix4x4 = 2,
