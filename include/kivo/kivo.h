@@ -12,3 +12,5 @@
 #include <kivo/support/kivoRefCounted.h>
 
 #include <kivo/data/kivoDataMember.h>
+#include <kivo/data/kivoDataIndex.h>
+#include <kivo/data/kivoDataIndexType.h>
