@@ -14,3 +14,10 @@
 #include <kivo/data/kivoDataMember.h>
 #include <kivo/data/kivoDataIndex.h>
 #include <kivo/data/kivoDataIndexType.h>
+
+#include <kivo/serialize/kivoDataAssociationsSerializer.h>
+#include <kivo/serialize/kivoDataChannelSerializer.h>
+#include <kivo/serialize/kivoDataSerializerInitializer.h>
+#include <kivo/serialize/kivoDataSerializerRaw.h>
+#include <kivo/serialize/kivoDataStreamSerializer.h>
+#include <kivo/serialize/kivoDataStructureSerializer.h>
