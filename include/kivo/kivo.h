@@ -14,6 +14,8 @@
 #include <kivo/data/kivoDataMember.h>
 #include <kivo/data/kivoDataIndex.h>
 #include <kivo/data/kivoDataIndexType.h>
+#include <kivo/data/kivoDataIndexPair.h>
+#include <kivo/data/kivoDataIndexString.h>
 
 #include <kivo/serialize/kivoDataAssociationsSerializer.h>
 #include <kivo/serialize/kivoDataChannelSerializer.h>
