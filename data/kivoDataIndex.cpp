@@ -53,11 +53,16 @@ Index::Index(const Index& other)
 }
 
 Index& Index::operator=(const Index& other) {
-  if (other.fObject) other.fObject->ref();  // before releasing: other may share it
+  // Take the new reference before dropping the old: other may be this index
+  // or share its object.
+  IndexType* object = other.fObject;
+  const uint32_t number = other.fNumber;
+  const bool complex = other.fComplex;
+  if (object) object->ref();
   release();
-  fNumber = other.fNumber;
-  fObject = other.fObject;
-  fComplex = other.fComplex;
+  fNumber = number;
+  fObject = object;
+  fComplex = complex;
   return *this;
 }
 

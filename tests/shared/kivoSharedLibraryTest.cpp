@@ -18,4 +18,10 @@ TEST(SharedLibrary, ExportsSupportAndDataClasses) {
   EXPECT_EQ(out.str().rfind("Checkpoint : ", 0), 0u);
 }
 
+TEST(SharedLibrary, RegistersPairAndStringIndexTypesAtLoad) {
+  using kivo::Data::Index;
+  EXPECT_EQ(Index::doCreate("pair", "3 4").asString(), "3 4");
+  EXPECT_EQ(Index::doCreate("string", "edge").typeName(), "string");
+}
+
 }  // namespace

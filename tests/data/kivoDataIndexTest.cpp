@@ -1,0 +1,228 @@
+// IndexText.*      numeric and pair text: accepted forms, each creation error
+// IndexOrder.*     ordering and equality within and across kinds
+// IndexDense.*     dense support and the space between indices
+// IndexRegistry.*  creators by type name, load-time registrations
+// IndexSharing.*   complex indices share one counted object
+#include <kivo/data/kivoDataIndex.h>
+#include <kivo/data/kivoDataIndexPair.h>
+#include <kivo/data/kivoDataIndexString.h>
+#include <kivo/support/kivoDebugPrint.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <sstream>
+#include <string>
+
+namespace {
+
+using kivo::Data::Index;
+using kivo::Data::IndexPair;
+using kivo::Data::IndexString;
+using kivo::Data::IndexType;
+
+// The error value thrown by make(), or -1 when it returned normally.
+template <class F>
+int thrown(F make) {
+  try {
+    make();
+  } catch (Index::eCreationErrors error) {
+    return static_cast<int>(error);
+  }
+  return -1;
+}
+
+struct BadText {
+  const char* text;
+  int error;
+};
+
+TEST(IndexText, ReadsNumbersWithSurroundingBlanks) {
+  EXPECT_EQ(Index(std::string(" 42\t")).index(), 42u);
+  EXPECT_EQ(Index(std::string("\r7 \r")).index(), 7u);
+  EXPECT_EQ(Index(std::string("4294967295")).index(), 4294967295u);
+  EXPECT_FALSE(Index(std::string("0")).isComplex());
+}
+
+TEST(IndexText, RefusesNumericTextWithTheRightError) {
+  const BadText cases[] = {
+      {"", 1},           {"  \t", 1},         {"-1", 1},    {"+1", 1},
+      {"1a", 1},         {"0x10", 1},         {"1\n", 1},   {"1.5", 1},
+      {"4294967296", 1}, {"99999999999", 1},  {"12 34", 2}, {"1 \t 0", 2},
+  };
+  for (const BadText& c : cases) {
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(thrown([&] { Index index{std::string(c.text)}; }), c.error);
+  }
+  EXPECT_EQ(thrown([] { Index index{std::string("1\0", 2)}; }), 1);
+}
+
+TEST(IndexText, ReadsPairsAndRefusesBadOnes) {
+  unsigned int first = 0, second = 0;
+  IndexPair(std::string("3 4")).getIndexPair(first, second);
+  EXPECT_EQ(first, 3u);
+  EXPECT_EQ(second, 4u);
+  EXPECT_EQ(IndexPair(std::string(" 12\t7\r")).asString(), "12 7");
+  const BadText cases[] = {
+      {"3", 1},   {"3,4", 1},   {"", 1}, {"3 -4", 1}, {"3 4294967296", 1},
+      {"3 4 5", 2}, {"3 4 x", 1},
+  };
+  for (const BadText& c : cases) {
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(thrown([&] { IndexPair pair{std::string(c.text)}; }), c.error);
+  }
+}
+
+TEST(IndexText, StringsAreTakenAsTheyStand) {
+  EXPECT_EQ(IndexString(std::string(" a b\n")).asString(), " a b\n");
+  EXPECT_EQ(Index::doCreate("string", "").asString(), "");
+  EXPECT_EQ(Index::doCreate("string", "x").typeName(), "string");
+}
+
+TEST(IndexOrder, NumbersCompareAsNumbers) {
+  EXPECT_TRUE(Index(3) < Index(4));
+  EXPECT_TRUE(Index(4) <= Index(4));
+  EXPECT_TRUE(Index(5) > Index(4));
+  EXPECT_TRUE(Index(4) >= Index(4));
+  EXPECT_TRUE(Index(4) == Index(4));
+  EXPECT_TRUE(Index(4) != Index(5));
+  EXPECT_EQ(Index().index(), 0u);
+}
+
+TEST(IndexOrder, EveryNumericIndexSortsBeforeEveryComplexOne) {
+  const Index numeric(0xFFFFFFFFu);
+  const Index complexes[] = {Index(IndexPair(0, 0)), Index(IndexString(""))};
+  for (const Index& complex : complexes) {
+    SCOPED_TRACE(complex.typeName());
+    EXPECT_TRUE(numeric < complex);
+    EXPECT_TRUE(numeric <= complex);
+    EXPECT_FALSE(numeric > complex);
+    EXPECT_FALSE(numeric >= complex);
+    EXPECT_FALSE(complex < numeric);
+    EXPECT_FALSE(complex <= numeric);
+    EXPECT_TRUE(complex > numeric);
+    EXPECT_TRUE(complex >= numeric);
+    EXPECT_FALSE(numeric == complex);
+    EXPECT_FALSE(complex == numeric);
+    EXPECT_TRUE(numeric != complex);
+    EXPECT_TRUE(complex != numeric);
+  }
+  EXPECT_FALSE(Index(0) == Index(IndexPair(0, 0)));
+}
+
+TEST(IndexOrder, PairsOrderLexicographically) {
+  EXPECT_TRUE(Index(IndexPair(1, 9)) < Index(IndexPair(2, 0)));
+  EXPECT_TRUE(Index(IndexPair(2, 0)) < Index(IndexPair(2, 1)));
+  EXPECT_FALSE(Index(IndexPair(2, 1)) < Index(IndexPair(2, 1)));
+  EXPECT_TRUE(Index(IndexPair(2, 1)) == Index(IndexPair(2, 1)));
+  EXPECT_TRUE(Index(IndexPair(2, 1)) >= Index(IndexPair(2, 1)));
+  EXPECT_TRUE(Index(IndexPair(3, 0)) > Index(IndexPair(2, 7)));
+}
+
+TEST(IndexOrder, StringsOrderBytewiseWithPrefixFirst) {
+  EXPECT_TRUE(Index(IndexString("b")) > Index(IndexString("a")));
+  EXPECT_TRUE(Index(IndexString("a")) < Index(IndexString("ab")));
+  EXPECT_TRUE(Index(IndexString("")) < Index(IndexString("a")));
+  // Bytes above 0x7f sort after ASCII.
+  EXPECT_TRUE(Index(IndexString("z")) < Index(IndexString("\xc3\xa9")));
+}
+
+TEST(IndexOrder, KindsOrderConsistentlyAndNeverEqual) {
+  const IndexPair pair(0, 0);
+  const IndexString text("");
+  EXPECT_FALSE(pair == text);
+  EXPECT_TRUE(pair != text);
+  EXPECT_FALSE(text == pair);
+  // Exactly one direction holds, whatever the values.
+  EXPECT_NE(pair < text, text < pair);
+  EXPECT_EQ(pair < text, IndexPair(9, 9) < IndexString("zzz"));
+  EXPECT_EQ(pair < text, pair <= text);
+  EXPECT_EQ(text > pair, pair < text);
+  EXPECT_EQ(text >= pair, pair < text);
+}
+
+TEST(IndexDense, SpaceBetweenIndices) {
+  EXPECT_EQ(Index(5).denseSpaceBetween(Index(5)), 1u);
+  EXPECT_EQ(Index(3).denseSpaceBetween(Index(7)), 5u);
+  EXPECT_EQ(Index(9).denseSpaceBetween(Index(2)), 8u);
+  EXPECT_EQ(Index(0).denseSpaceBetween(Index(0xFFFFFFFFu)), 4294967296u);
+  EXPECT_EQ(Index(3).denseSpaceBetween(Index(IndexPair(1, 1))), 0u);
+  EXPECT_EQ(Index(IndexPair(1, 1)).denseSpaceBetween(Index(3)), 0u);
+  EXPECT_EQ(Index(IndexPair(1, 1)).denseSpaceBetween(Index(IndexPair(3, 4))), 12u);
+  EXPECT_EQ(Index(IndexPair(3, 4)).denseSpaceBetween(Index(IndexPair(1, 1))), 12u);
+  EXPECT_EQ(Index(IndexPair(1, 1)).denseSpaceBetween(Index(IndexString("a"))), 0u);
+  EXPECT_EQ(Index(IndexString("a")).denseSpaceBetween(Index(IndexString("b"))), 0u);
+  EXPECT_EQ(IndexPair(0, 0).denseSpaceBetween(IndexPair(0xFFFFFFFFu, 0xFFFFFFFFu)),
+            UINT64_MAX);
+}
+
+TEST(IndexDense, SupportByKind) {
+  EXPECT_TRUE(Index(1).supportsDenseMode());
+  EXPECT_TRUE(Index(IndexPair(1, 2)).supportsDenseMode());
+  EXPECT_FALSE(Index(IndexString("a")).supportsDenseMode());
+}
+
+TEST(IndexRegistry, CreatesByTypeName) {
+  const Index seven = Index::doCreate("numeric", "7");
+  EXPECT_FALSE(seven.isComplex());
+  EXPECT_EQ(seven.index(), 7u);
+  const Index pair = Index::doCreate("pair", "3 4");
+  EXPECT_EQ(pair.typeName(), "pair");
+  EXPECT_EQ(pair.asString(), "3 4");
+  EXPECT_EQ(pair.index(), 0u);
+  EXPECT_NE(static_cast<IndexType*>(pair), nullptr);
+  EXPECT_EQ(static_cast<IndexType*>(seven), nullptr);
+  EXPECT_EQ(thrown([] { Index::doCreate("triple", "1"); }), 0);
+  EXPECT_EQ(thrown([] { Index::creator("Pair"); }), 0);
+  EXPECT_EQ(thrown([] { Index::doCreate("pair", "3"); }), 1);
+  EXPECT_EQ(thrown([] { Index::doCreate("numeric", "1 2"); }), 2);
+}
+
+TEST(IndexRegistry, FirstRegistrationStays) {
+  EXPECT_FALSE(Index::registerType("numeric", &IndexPair::doCreate));
+  EXPECT_EQ(Index::creator("numeric"), &Index::TypeCreator);
+  EXPECT_FALSE(Index::registerType("pair", &Index::TypeCreator));
+  EXPECT_EQ(Index::creators().count("string"), 1u);
+}
+
+TEST(IndexSharing, CopiesShareTheObjectAndOutliveTheOriginal) {
+  Index* original = new Index(IndexString("edge"));
+  IndexType* object = static_cast<IndexType*>(*original);
+  EXPECT_EQ(object->refCount(), 1);
+  Index copy(*original);
+  Index assigned;
+  assigned = copy;
+  EXPECT_EQ(static_cast<IndexType*>(copy), object);
+  EXPECT_EQ(object->refCount(), 3);
+  delete original;
+  EXPECT_EQ(object->refCount(), 2);
+  EXPECT_EQ(copy.asString(), "edge");
+  assigned = 12u;
+  EXPECT_FALSE(assigned.isComplex());
+  EXPECT_EQ(assigned.typeName(), "numeric");
+  EXPECT_EQ(object->refCount(), 1);
+  copy = copy;
+  EXPECT_EQ(object->refCount(), 1);
+  EXPECT_EQ(copy.asString(), "edge");
+}
+
+TEST(IndexSharing, ConstructionClonesTheGivenObject) {
+  IndexPair pair(1, 2);
+  const Index index(pair);
+  pair = IndexPair(5, 6);
+  EXPECT_EQ(index.asString(), "1 2");
+  EXPECT_EQ(pair.refCount(), 0);
+}
+
+TEST(IndexSharing, DebugPrintsNumbersAndObjectsWithoutNewline) {
+  std::ostringstream out;
+  kivo::Debug::Print print(out);
+  const Index numeric(17);
+  const Index complex(IndexPair(3, 4));
+  EXPECT_TRUE(Index::Debug(&numeric, print));
+  EXPECT_TRUE(Index::Debug(&complex, print));
+  EXPECT_TRUE(static_cast<IndexType*>(complex)->Debug(static_cast<IndexType*>(complex), print));
+  EXPECT_EQ(out.str(), "173 4");
+}
+
+}  // namespace
