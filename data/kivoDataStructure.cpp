@@ -1,0 +1,395 @@
+#include <kivo/data/kivoDataStructure.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <kivo/support/kivoDebugFootprint.h>
+#include <kivo/support/kivoDebugPrint.h>
+
+#include "support/kivoOwnership.h"
+#include "support/kivoPrintLine.h"
+
+namespace kivo::Data {
+namespace {
+
+constexpr unsigned int kBytesPerLine = 16;
+
+uint64_t roundUp(uint64_t value, uint64_t alignment) {
+  return alignment > 1 ? (value + alignment - 1) / alignment * alignment : value;
+}
+
+bool sameName(const char* a, const char* b) {
+  if (a == b) return true;
+  return a && b && std::strcmp(a, b) == 0;
+}
+
+// One line of the default block dump: sixteen "%02x" bytes separated by a
+// blank, two further blanks after the eighth, "--" beyond the block's end.
+std::string hexLine(const unsigned char* bytes, uint64_t available) {
+  std::string line;
+  char text[3];
+  for (unsigned int i = 0; i < kBytesPerLine; ++i) {
+    if (i > 0) line += (i == kBytesPerLine / 2) ? "   " : " ";
+    if (i < available) {
+      std::snprintf(text, sizeof text, "%02x", bytes[i]);
+      line += text;
+    } else {
+      line += "--";
+    }
+  }
+  return line;
+}
+
+// A block of size bytes that deletes itself unless released.
+std::unique_ptr<char[]> newBlock(uint64_t size) { return std::unique_ptr<char[]>(new char[size]); }
+
+}  // namespace
+
+const char* const Structure::kDefaultName = "structure";
+
+uint64_t Structure::_objectsCreated = 0;
+uint64_t Structure::_objectsAlive = 0;
+
+Structure* Structure::create() { return new Structure(); }
+
+Structure::Structure() : Structure(nullptr) {}
+
+Structure::Structure(const char* name) {
+  ++_objectsCreated;
+  ++_objectsAlive;
+  objectChanged();
+  setName(name);
+}
+
+Structure::Structure(const Structure& other) : RefCounted(other), Checkpointed(other) {
+  ++_objectsCreated;
+  ++_objectsAlive;
+  fName = Detail::copyName(kDefaultName);
+  *this = other;
+}
+
+Structure& Structure::operator=(const Structure& other) {
+  if (this == &other) return *this;
+  objectChanged();
+  fBeingDestroyed = other.fBeingDestroyed;
+  std::unique_ptr<Member[]> members(other.fMemberCount ? new Member[other.fMemberCount] : nullptr);
+  for (uint32_t i = 0; i < other.fMemberCount; ++i) members[i] = other.fMembers[i];
+  std::unique_ptr<char[]> defaults;
+  if (other.fDefaultData && other.fTotalSize != 0) {
+    defaults = newBlock(other.fDefaultSize);
+    std::memcpy(defaults.get(), other.fDefaultData.get(), other.fDefaultSize);
+  }
+  setName(other.fName);
+  clear();
+  fMembers = std::move(members);
+  fMemberCount = other.fMemberCount;
+  fTotalSize = other.fTotalSize;
+  fDefaultData = std::move(defaults);
+  fDefaultSize = fDefaultData ? other.fDefaultSize : 0;
+  layout();
+  return *this;
+}
+
+Structure::~Structure() {
+  --_objectsAlive;
+  objectChanged();
+  fBeingDestroyed = true;
+  clear();
+  Detail::freeName(fName);
+  fName = nullptr;
+}
+
+void Structure::setName(const char* name) {
+  objectChanged();
+  char* copy = Detail::copyName(name ? name : kDefaultName);
+  Detail::freeName(fName);
+  fName = copy;
+}
+
+bool Structure::operator==(const Structure& other) const {
+  if (this == &other) return true;
+  if (!sameName(fName, other.fName) || fTotalSize != other.fTotalSize ||
+      fMemberCount != other.fMemberCount)
+    return false;
+  for (uint32_t i = 0; i < fMemberCount; ++i) {
+    if (fMembers[i] != other.fMembers[i]) return false;
+  }
+  return true;
+}
+
+bool Structure::addMember(Member::eDataType type, unsigned int length, const char* name) {
+  if (type >= Member::kInvalidType || length == 0 || !name || !*name) return false;
+  for (uint32_t i = 0; i < fMemberCount; ++i) {
+    if (std::strcmp(fMembers[i].fName, name) == 0) return false;
+  }
+  // The layout arithmetic is 32-bit: a field that does not fit, or an element
+  // past the size limit, would make every later block copy overrun.
+  const uint64_t bytes = uint64_t(Member::typeSize(type)) * length;
+  if (bytes > 0xFFFFFFFFu) return false;
+  uint64_t end = 0;
+  for (uint32_t i = 0; i < fMemberCount; ++i) {
+    end = fMembers[i].fOffset + uint64_t(Member::typeSize(fMembers[i].fType)) * fMembers[i].fLength;
+  }
+  const uint64_t offset = fMemberCount ? roundUp(end, Member::typeAlignment(type)) : 0;
+  const Member::eDataType first = fMemberCount ? fMembers[0].fType : type;
+  if (roundUp(offset + bytes, Member::typeAlignment(first)) > kMaxElementSize) return false;
+
+  std::unique_ptr<Member[]> members(new Member[fMemberCount + 1]);
+  for (uint32_t i = 0; i < fMemberCount; ++i) members[i] = fMembers[i];
+  members[fMemberCount] = Member(type, length, name);
+  objectChanged();
+  fMembers = std::move(members);
+  ++fMemberCount;
+  layout();
+  return true;
+}
+
+uint64_t Structure::totalSize() const {
+  if (fTotalSize == 0 && fMemberCount > 0) const_cast<Structure*>(this)->layout();
+  return fTotalSize;
+}
+
+const char* Structure::defaultData() const {
+  if (!fDefaultData) {
+    const uint64_t size = totalSize();
+    if (size == 0) return nullptr;
+    std::unique_ptr<char[]> block = newBlock(size);
+    fillWithDefaultChunk(block.get());
+    fDefaultData = std::move(block);
+    fDefaultSize = size;
+  }
+  return fDefaultData.get();
+}
+
+bool Structure::fillWithDefaultChunk(char* block) const {
+  if (!block) return false;
+  std::memset(block, 0, totalSize());
+  for (uint32_t i = 0; i < fMemberCount; ++i) fMembers[i].fillWithDefault(block);
+  return true;
+}
+
+// The default block keeps the size it was built with; members added since
+// then get their defaults from fillWithDefaultChunk.
+char* Structure::allocateDefaultChunk() const {
+  const char* defaults = defaultData();
+  const uint64_t size = totalSize();
+  if (!defaults || size == 0) return nullptr;
+  std::unique_ptr<char[]> block = newBlock(size);
+  fillWithDefaultChunk(block.get());
+  std::memcpy(block.get(), defaults, std::min(size, fDefaultSize));
+  for (uint32_t i = 0; i < fMemberCount; ++i) {
+    const Member& member = fMembers[i];
+    const uint64_t end = Member::offset(&member, member.fLength);
+    if (end <= fDefaultSize) member.constructDuplicate(block.get(), defaults);
+  }
+  return block.release();
+}
+
+// String pointers copied bytewise are nulled before the deep copies are
+// made, so that a failure half-way never leaves dst sharing src's strings.
+bool Structure::fillWithDuplicateChunk(char* dst, const char* src) const {
+  if (!dst || !src) return false;
+  std::memcpy(dst, src, totalSize());
+  for (uint32_t i = 0; i < fMemberCount; ++i) {
+    if (fMembers[i].fType == Member::kString) fMembers[i].fillWithDefault(dst);
+  }
+  for (uint32_t i = 0; i < fMemberCount; ++i) fMembers[i].constructDuplicate(dst, src);
+  return true;
+}
+
+char* Structure::duplicateChunk(const char* src) const {
+  const uint64_t size = totalSize();
+  if (!src || size == 0) return nullptr;
+  std::unique_ptr<char[]> block = newBlock(size);
+  std::memset(block.get(), 0, size);
+  try {
+    fillWithDuplicateChunk(block.get(), src);
+  } catch (...) {
+    destroyChunk(block.get());
+    throw;
+  }
+  return block.release();
+}
+
+bool Structure::destroyChunk(char* block) const {
+  if (!block) return true;
+  for (uint32_t i = 0; i < fMemberCount; ++i) fMembers[i].destroy(block);
+  return true;
+}
+
+bool Structure::chunkMemberIsDefault(const char* block, const char* memberName) const {
+  if (!block) return false;
+  for (uint32_t i = 0; i < fMemberCount; ++i) {
+    const Member& member = fMembers[i];
+    if (memberName && std::strcmp(member.fName, memberName) != 0) continue;
+    if (!member.isDefault(block)) return false;
+  }
+  return true;
+}
+
+StructureIterator Structure::begin() const { return StructureIterator(*this, kBegin); }
+
+StructureIterator Structure::end() const { return StructureIterator(*this, kEnd); }
+
+// The registry releases its references when the process ends.
+Structure::StructureSet& Structure::allStructures() {
+  struct Registry {
+    ~Registry() {
+      StructureSet structures;
+      structures.swap(fSet);
+      for (Structure* structure : structures) structure->unref();
+    }
+    StructureSet fSet;
+  };
+  static Registry registry;
+  return registry.fSet;
+}
+
+bool Structure::registerStructure(Structure& structure) {
+  StructureSet& structures = allStructures();
+  for (const Structure* registered : structures) {
+    if (registered == &structure || *registered == structure) return false;
+  }
+  structures.insert(&structure);
+  structure.ref();
+  return true;
+}
+
+Structure* Structure::structureByName(const char* name) {
+  if (!name) return nullptr;
+  for (Structure* structure : allStructures()) {
+    if (std::strcmp(structure->fName, name) == 0) return structure;
+  }
+  return nullptr;
+}
+
+bool Structure::deregisterStructure(Structure& structure) {
+  if (allStructures().erase(&structure) == 0) return false;
+  structure.unref();
+  return true;
+}
+
+void Structure::deleteAllStructures() {
+  StructureSet& structures = allStructures();
+  while (!structures.empty()) deregisterStructure(**structures.begin());
+}
+
+// Layout: a member not placed yet goes to offset 0 when it is the first, else
+// to the running end rounded up to its own type's alignment; placed members
+// keep their offsets. The total is the running end rounded up to the first
+// member's alignment.
+void Structure::layout() {
+  if (fMemberCount == 0) {
+    fTotalSize = 0;
+    return;
+  }
+  bool haveEnd = false;
+  uint64_t end = 0;
+  for (uint32_t i = 0; i < fMemberCount; ++i) {
+    Member& member = fMembers[i];
+    if (member.fOffset == Member::kUnplaced) {
+      member.fOffset = haveEnd ? roundUp(end, Member::typeAlignment(member.fType)) : 0;
+    }
+    end = member.fOffset + uint32_t(Member::typeSize(member.fType) * member.fLength);
+    haveEnd = true;
+  }
+  fTotalSize = roundUp(end, Member::typeAlignment(fMembers[0].fType));
+}
+
+// Frees the default block (with any strings in it) and the members.
+void Structure::clear() {
+  if (fDefaultData) {
+    for (uint32_t i = 0; i < fMemberCount; ++i) {
+      const Member& member = fMembers[i];
+      if (Member::offset(&member, member.fLength) <= fDefaultSize) member.destroy(fDefaultData.get());
+    }
+  }
+  fDefaultData.reset();
+  fDefaultSize = 0;
+  fMembers.reset();
+  fMemberCount = 0;
+  fTotalSize = 0;
+}
+
+// Debug output
+
+bool Structure::Debug(const Structure* structure, kivo::Debug::Print& print) {
+  if (!structure) {
+    print.beginSection("kivo::Data::Structure Static Data");
+    Detail::printLine(print, std::string("Default structure name = ") + kDefaultName);
+    print.beginSection("Recognized Data Types");
+    for (unsigned int value = 0; value < Member::kInvalidType; ++value) {
+      const auto type = static_cast<Member::eDataType>(value);
+      Detail::printLine(print, "[" + std::to_string(value) + "] = " + Member::typeName(type) +
+                                   ", size = " + std::to_string(Member::typeSize(type)) +
+                                   "bytes, alignment = " +
+                                   std::to_string(Member::typeAlignment(type)) + "bytes");
+    }
+    Detail::printLine(print, "[" + std::to_string(unsigned(Member::kInvalidType)) + "] = " +
+                                 Member::typeName(Member::kInvalidType));
+    print.endSection();
+    const StructureSet& structures = allStructures();
+    if (structures.empty()) {
+      Detail::printLine(print, "No registered structures");
+    } else {
+      print.beginSection("Registered Structures");
+      unsigned int position = 0;
+      for (const Structure* registered : structures) {
+        const std::string heading = "Structure[" + std::to_string(position++) + "]";
+        if (!registered) {
+          Detail::printLine(print, heading + " = NULL");
+          continue;
+        }
+        print.beginSection(heading.c_str());
+        Debug(registered, print);
+        print.endSection();
+      }
+      print.endSection();
+    }
+    print.endSection();
+    return true;
+  }
+
+  RefCounted::Debug(structure, print);
+  Detail::printLine(print, std::string("Structure '") + structure->fName + "'");
+  Detail::printLine(print, "Total Size = " + std::to_string(structure->fTotalSize));
+  print.beginSection("Member List");
+  for (uint32_t i = 0; i < structure->fMemberCount; ++i) {
+    print.doIndent() << "Member[" << i << "] = ";
+    print.skipNextIndent(true);
+    Member::Debug(&structure->fMembers[i], print);
+  }
+  print.endSection();
+  if (!structure->fDefaultData) {
+    Detail::printLine(print, "No default values provided");
+    return true;
+  }
+  print.beginSection("Default Value Memory Block");
+  const auto* bytes = reinterpret_cast<const unsigned char*>(structure->fDefaultData.get());
+  for (uint64_t start = 0; start < structure->fDefaultSize; start += kBytesPerLine) {
+    Detail::printLine(print, hexLine(bytes + start, structure->fDefaultSize - start));
+  }
+  print.endSection();
+  return true;
+}
+
+bool Structure::Debug(const Structure* structure, kivo::Debug::Footprint& footprint) {
+  if (!structure) return true;
+  footprint.addObject(structure, sizeof(Structure));
+  if (structure->fName) footprint.addMember(structure->fName, std::strlen(structure->fName) + 1);
+  if (structure->fMemberCount > 0) {
+    footprint.addMember(structure->fMembers.get(), sizeof(Member) * structure->fMemberCount);
+    for (uint32_t i = 0; i < structure->fMemberCount; ++i) {
+      const char* name = Member::name(&structure->fMembers[i]);
+      if (name) footprint.addMember(name, std::strlen(name) + 1);
+    }
+  }
+  if (structure->fDefaultData) {
+    footprint.addMember(structure->fDefaultData.get(), structure->fDefaultSize);
+  }
+  return true;
+}
+
+}  // namespace kivo::Data
