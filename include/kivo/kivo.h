@@ -12,6 +12,10 @@
 #include <kivo/support/kivoRefCounted.h>
 
 #include <kivo/data/kivoDataMember.h>
+#include <kivo/data/kivoDataIterLocation.h>
+#include <kivo/data/kivoDataStructureIterator.h>
+#include <kivo/data/kivoDataStructure.h>
+#include <kivo/data/kivoDataHandle.h>
 #include <kivo/data/kivoDataIndex.h>
 #include <kivo/data/kivoDataIndexType.h>
 #include <kivo/data/kivoDataIndexPair.h>
