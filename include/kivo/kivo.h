@@ -20,6 +20,14 @@
 #include <kivo/data/kivoDataIndexType.h>
 #include <kivo/data/kivoDataIndexPair.h>
 #include <kivo/data/kivoDataIndexString.h>
+#include <kivo/data/kivoDataChannelImpl.h>
+#include <kivo/data/kivoDataChannelIterator.h>
+#include <kivo/data/kivoDataChannel.h>
+#include <kivo/data/kivoDataAssociationsImpl.h>
+#include <kivo/data/kivoDataAssociationsIterator.h>
+#include <kivo/data/kivoDataAssociations.h>
+#include <kivo/data/kivoDataAttach.h>
+#include <kivo/data/kivoDataAttachDirectly.h>
 
 #include <kivo/serialize/kivoDataAssociationsSerializer.h>
 #include <kivo/serialize/kivoDataChannelSerializer.h>
@@ -27,3 +35,5 @@
 #include <kivo/serialize/kivoDataSerializerRaw.h>
 #include <kivo/serialize/kivoDataStreamSerializer.h>
 #include <kivo/serialize/kivoDataStructureSerializer.h>
+#include <kivo/serialize/kivoDataStructureSerializerDebug.h>
+#include <kivo/serialize/kivoDataStructureSerializerRaw.h>
