@@ -37,5 +37,3 @@
 #include <kivo/serialize/kivoDataStructureSerializer.h>
 #include <kivo/serialize/kivoDataStructureSerializerDebug.h>
 #include <kivo/serialize/kivoDataStructureSerializerRaw.h>
-#include <kivo/serialize/kivoDataStructureSerializerDebug.h>
-#include <kivo/serialize/kivoDataStructureSerializerRaw.h>
