@@ -52,6 +52,7 @@ class KIVO_EXPORT AssociationsIteratorImpl {
   static uint64_t _objectsAlive;
 
  private:
+  friend class AssociationsIterator;  // counts the position in its footprint
   using Position = AssociationsImpl::ChannelSet::const_iterator;
 
   const AssociationsImpl* fAssociations = nullptr;

@@ -54,6 +54,7 @@ class KIVO_EXPORT ChannelIteratorImpl {
   static uint64_t _objectsAlive;
 
  private:
+  friend class ChannelIterator;  // counts the position in its footprint
   using Position = ChannelImpl::StreamSet::const_iterator;
 
   const ChannelImpl* fChannel = nullptr;
