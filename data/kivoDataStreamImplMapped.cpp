@@ -1,0 +1,184 @@
+#include <kivo/data/kivoDataStreamImplMapped.h>
+
+#include <kivo/data/kivoDataStreamMappedIteratorImpl.h>
+#include <kivo/data/kivoDataStructure.h>
+#include <kivo/support/kivoDebugFootprint.h>
+#include <kivo/support/kivoDebugPrint.h>
+
+#include <string>
+
+#include "support/kivoClassStatistics.h"
+#include "support/kivoPrintLine.h"
+
+namespace kivo::Data {
+
+uint64_t StreamImplMapped::_objectsCreated = 0;
+uint64_t StreamImplMapped::_objectsAlive = 0;
+
+StreamImplMapped::StreamImplMapped(const Structure& structure, const std::string& name)
+    : StreamImpl(structure, name), fDefault(structure) {
+  ++_objectsCreated;
+  ++_objectsAlive;
+}
+
+StreamImplMapped::StreamImplMapped(const StreamImpl& base)
+    : StreamImpl(base), fDefault(base.structure()) {
+  ++_objectsCreated;
+  ++_objectsAlive;
+}
+
+StreamImplMapped::StreamImplMapped() : StreamImpl(), fDefault(structure()) {
+  ++_objectsCreated;
+  ++_objectsAlive;
+}
+
+StreamImplMapped::StreamImplMapped(const StreamImplMapped& other)
+    : StreamImpl(other),
+      fDefault(other.structure()),
+      fLowest(other.fLowest),
+      fHighest(other.fHighest) {
+  copyElements(other);
+  ++_objectsCreated;
+  ++_objectsAlive;
+}
+
+StreamImplMapped& StreamImplMapped::operator=(const StreamImplMapped& other) {
+  if (this == &other) return *this;
+  fElements.clear();
+  const bool sameStructure = &structure() == &other.structure();
+  StreamImpl::operator=(other);
+  if (!sameStructure) {
+    Handle fresh(structure());
+    fDefault.swap(fresh);
+  }
+  fLowest = other.fLowest;
+  fHighest = other.fHighest;
+  copyElements(other);
+  return *this;
+}
+
+StreamImplMapped::~StreamImplMapped() { --_objectsAlive; }
+
+StreamImpl* StreamImplMapped::clone() const { return new StreamImplMapped(*this); }
+
+StreamIterator StreamImplMapped::begin() const {
+  if (fElements.empty()) return end();
+  return StreamIterator(new StreamMappedIteratorImpl(*this, true));
+}
+
+StreamIterator StreamImplMapped::end() const {
+  return StreamIterator(new StreamMappedIteratorImpl(*this, false));
+}
+
+unsigned int StreamImplMapped::elementCount() const {
+  return static_cast<unsigned int>(fElements.size());
+}
+
+bool StreamImplMapped::setElement(const Index& index, const Handle& handle) {
+  if (!handle.usesStructure(structure())) return false;
+  ElementMap::iterator found = fElements.lower_bound(index);
+  const bool present = found != fElements.end() && !(index < found->first);
+  // Storing an element onto itself: releasing the stored block first would
+  // leave the handle pointing at freed memory.
+  if (present && handle.hasData() && found->second.data() == handle.data()) return true;
+  if (!handle.hasData()) {
+    Handle defaults(structure());
+    if (!present) found = fElements.emplace_hint(found, index, Handle(structure(), nullptr));
+    found->second.swap(defaults);
+    return true;
+  }
+  if (present) {
+    found->second = handle;
+  } else {
+    found = fElements.emplace_hint(found, index, handle);
+  }
+  found->second.makeUnique();
+  return true;
+}
+
+Handle StreamImplMapped::element(const Index& index) const {
+  const ElementMap::const_iterator found = fElements.find(index);
+  if (found == fElements.end()) return Handle(structure(), nullptr);
+  return found->second;
+}
+
+bool StreamImplMapped::hasElement(const Index& index) const {
+  return fElements.find(index) != fElements.end();
+}
+
+bool StreamImplMapped::reindexElement(const Index& from, const Index& to) {
+  if (!hasElement(from)) return false;
+  if (from == to) return true;
+  const Handle moving = element(from);
+  setElement(to, moving);
+  removeElement(from);
+  return true;
+}
+
+bool StreamImplMapped::swapElements(const Index& a, const Index& b) {
+  const ElementMap::iterator first = fElements.find(a);
+  const ElementMap::iterator second = fElements.find(b);
+  if (first == fElements.end() || second == fElements.end()) return false;
+  first->second.swap(second->second);
+  return true;
+}
+
+bool StreamImplMapped::removeElement(const Index& index) {
+  fElements.erase(index);
+  return true;
+}
+
+bool StreamImplMapped::setElementRange(const Index& first, const Index& last) {
+  fLowest = first;
+  fHighest = last;
+  return true;
+}
+
+bool StreamImplMapped::clear() {
+  fElements.clear();
+  return true;
+}
+
+void StreamImplMapped::structureReplaced(const Structure&) {
+  Handle fresh(structure());
+  fDefault.swap(fresh);
+}
+
+void StreamImplMapped::copyElements(const StreamImplMapped& other) {
+  for (const auto& [index, handle] : other.fElements) {
+    const ElementMap::iterator stored = fElements.emplace_hint(fElements.end(), index, handle);
+    stored->second.makeUnique();
+  }
+}
+
+// Debug output
+
+bool StreamImplMapped::Debug(const StreamImplMapped* impl, kivo::Debug::Print& print) {
+  if (!impl) {
+    Detail::printClassStatistics(print, "kivo::Data::StreamImplMapped", _objectsCreated,
+                                 _objectsAlive);
+    return true;
+  }
+  print.beginSection("Data Stream (Mapped)");
+  StreamImpl::Debug(impl, print);
+  Detail::printLine(print, "Element count = " + std::to_string(impl->elementCount()));
+  print.endSection();
+  return true;
+}
+
+bool StreamImplMapped::Debug(const StreamImplMapped* impl, kivo::Debug::Footprint& footprint) {
+  if (!impl) {
+    Detail::addClassStatistics(footprint, _objectsCreated, _objectsAlive);
+    return true;
+  }
+  footprint.addObject(impl, sizeof(StreamImplMapped));
+  const uint64_t blockSize = impl->structure().totalSize();
+  for (const auto& entry : impl->fElements) {
+    footprint.addMember(&entry, sizeof(entry));
+    if (entry.second.hasData()) footprint.addMember(entry.second.data(), blockSize);
+  }
+  if (impl->fDefault.hasData()) footprint.addMember(impl->fDefault.data(), blockSize);
+  return true;
+}
+
+}  // namespace kivo::Data

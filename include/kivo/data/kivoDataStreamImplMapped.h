@@ -1,0 +1,87 @@
+// StreamImplMapped: the sparse storage of a stream and the kind every stream
+// starts with: an ordered map from Index (any index type) to a Handle that
+// owns its element. Iteration follows Index order. A default handle on the
+// structure stands for a missing element (end iterators point at it). Copies
+// and clones deep-copy every element, strings included.
+#pragma once
+
+#include <kivo/data/kivoDataHandle.h>
+#include <kivo/data/kivoDataIndex.h>
+#include <kivo/data/kivoDataStreamImpl.h>
+#include <kivo/kivoExport.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace kivo::Data {
+
+class StreamMappedIteratorImpl;
+
+class KIVO_EXPORT StreamImplMapped : public StreamImpl {
+ public:
+  using ElementMap = std::map<Index, Handle>;
+
+  StreamImplMapped(const Structure& structure, const std::string& name);
+  // Name, structure and index type of base; no elements.
+  explicit StreamImplMapped(const StreamImpl& base);
+  // Named "Stream", on a new empty structure, numeric index type.
+  StreamImplMapped();
+  StreamImplMapped(const StreamImplMapped& other);
+  // Drops every element, then copies the StreamImpl part, the valid range
+  // and deep copies of other's elements.
+  StreamImplMapped& operator=(const StreamImplMapped& other);
+  ~StreamImplMapped() override;
+
+  StreamImpl* clone() const override;
+  StreamIterator begin() const override;
+  StreamIterator end() const override;
+  StreamIterator cbegin() const override { return begin(); }
+  StreamIterator cend() const override { return end(); }
+  // The number of entries.
+  unsigned int elementCount() const override;
+  // Stores a deep copy of handle's element (the default element for a handle
+  // without data); false only when handle is on another structure object.
+  bool setElement(const Index& index, const Handle& handle) override;
+  // A handle viewing the stored element; one without data when absent.
+  Handle element(const Index& index) const override;
+  bool hasElement(const Index& index) const override;
+  // False when from is absent; (i, i) is true and changes nothing;
+  // otherwise the element replaces any at to and from is removed.
+  bool reindexElement(const Index& from, const Index& to) override;
+  // Exchanges the two elements; false unless both are present.
+  bool swapElements(const Index& a, const Index& b) override;
+  // True; also when there was no such element.
+  bool removeElement(const Index& index) override;
+  // Records first and last as the valid range; elements are untouched.
+  bool setElementRange(const Index& first, const Index& last) override;
+  bool clear() override;
+
+  const Index& lowestValidIndex() const { return fLowest; }
+  const Index& highestValidIndex() const { return fHighest; }
+
+  // "Data Stream (Mapped)" section with the stream line and element count;
+  // null prints the class counters.
+  static bool Debug(const StreamImplMapped* impl, kivo::Debug::Print& print);
+  static bool Debug(const StreamImplMapped* impl, kivo::Debug::Footprint& footprint);
+
+  static uint64_t _objectsCreated;
+  static uint64_t _objectsAlive;
+
+ protected:
+  // Rebuilds the default handle on the new structure.
+  void structureReplaced(const Structure& previous) override;
+
+ private:
+  friend class StreamMappedIteratorImpl;
+
+  // Deep copies of other's entries.
+  void copyElements(const StreamImplMapped& other);
+
+  ElementMap fElements;
+  Handle fDefault;
+  Index fLowest;
+  Index fHighest;
+};
+
+}  // namespace kivo::Data
