@@ -1,0 +1,279 @@
+#include <kivo/access/kivoDataAccessor.h>
+
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <typeinfo>
+#include <unordered_map>
+#include <vector>
+
+#include <kivo/data/kivoDataStructure.h>
+#include <kivo/support/kivoDebugFootprint.h>
+#include <kivo/support/kivoDebugPrint.h>
+
+#include "access/kivoDataAccessorTarnInternal.h"
+#include "support/kivoPrintLine.h"
+
+namespace kivo::Data {
+namespace {
+
+constexpr char kNullStructure[] = "Null Structure found in StructureSet.";
+constexpr char kDoesNotImplement[] = " does not implement ";
+constexpr char kNoFactory[] = "No factory registered for type of file ";
+
+using FactoryRegistry = std::unordered_map<std::string, AccessorFactoryBase*>;
+
+// The extension registry, created on first use (by the first factory built at
+// load) and destroyed at process exit, after every factory built before it
+// was made.
+FactoryRegistry& factories() {
+  static FactoryRegistry registry = [] {
+    FactoryRegistry fresh(16);
+    fresh.max_load_factor(1.0f);
+    return fresh;
+  }();
+  return registry;
+}
+
+// Lower-cases ASCII letters only, byte by byte.
+std::string lowerCased(std::string text) {
+  for (char& c : text) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return text;
+}
+
+// The class name of an object, demangled when the runtime can; a leading
+// '*' of the raw name is dropped.
+std::string typeName(const std::type_info& type) {
+  const char* raw = type.name();
+  if (*raw == '*') ++raw;
+  int status = 0;
+  char* demangled = abi::__cxa_demangle(raw, nullptr, nullptr, &status);
+  std::string name = (status == 0 && demangled) ? demangled : raw;
+  std::free(demangled);
+  return name;
+}
+
+void unrefAll(const Accessor::StructureSet& structures) {
+  for (const Structure* structure : structures) structure->unref();
+}
+
+// Empties the process registry for the duration of a read and, however the
+// read ends, deletes what the read registered (structures the accessor kept
+// survive through its references) and puts the saved content back.
+class IsolatedRegistry {
+ public:
+  IsolatedRegistry() { fSaved.swap(Structure::allStructures()); }
+  ~IsolatedRegistry() {
+    Structure::deleteAllStructures();
+    Structure::allStructures().swap(fSaved);
+  }
+  IsolatedRegistry(const IsolatedRegistry&) = delete;
+  IsolatedRegistry& operator=(const IsolatedRegistry&) = delete;
+
+ private:
+  Structure::StructureSet fSaved;
+};
+
+}  // namespace
+
+struct Accessor::State {
+  std::string fileName;
+  StructureSet structures;
+  AssociationsMap associations;
+  // Structures an earlier read() took out of the set without releasing them;
+  // one entry per reference held, released at destruction.
+  std::vector<const Structure*> retired;
+};
+
+uint64_t Accessor::_objectsCreated = 0;
+uint64_t Accessor::_objectsAlive = 0;
+uint64_t AccessorFactoryBase::_objectsCreated = 0;
+uint64_t AccessorFactoryBase::_objectsAlive = 0;
+
+bool Accessor::StructureNameLessThan::operator()(const Structure* a, const Structure* b) const {
+  if (!a || !b) throw std::invalid_argument(kNullStructure);
+  const char* nameA = a->name() ? a->name() : "";
+  const char* nameB = b->name() ? b->name() : "";
+  return std::strcmp(nameA, nameB) < 0;
+}
+
+Accessor::Accessor() : fState(std::make_unique<State>()) {
+  ++_objectsCreated;
+  ++_objectsAlive;
+}
+
+Accessor::~Accessor() {
+  unrefAll(fState->structures);
+  for (const Structure* structure : fState->retired) structure->unref();
+  --_objectsAlive;
+}
+
+bool Accessor::write(std::string& errors) const {
+  Detail::appendMessage(errors, typeName(typeid(*this)) + kDoesNotImplement + "write");
+  return false;
+}
+
+bool Accessor::isFileSupported(const std::string&) const { return true; }
+
+std::unique_ptr<Accessor> Accessor::accessorByExtension(const std::string& fileNameOrExtension) {
+  const size_t dot = fileNameOrExtension.rfind('.');
+  if (dot != std::string::npos && dot + 1 == fileNameOrExtension.size()) return nullptr;
+  const std::string extension = lowerCased(
+      dot == std::string::npos ? fileNameOrExtension : fileNameOrExtension.substr(dot + 1));
+  const FactoryRegistry& registry = factories();
+  const auto found = registry.find(extension);
+  if (found == registry.end() || !found->second) return nullptr;
+  return found->second->create();
+}
+
+std::set<std::string> Accessor::supportedExtensions() {
+  std::set<std::string> extensions;
+  for (const auto& entry : factories()) extensions.insert(entry.first);
+  return extensions;
+}
+
+std::unique_ptr<Accessor> Accessor::readFile(const std::string& fileName, std::string& errors) {
+  std::unique_ptr<Accessor> accessor = accessorByExtension(fileName);
+  if (!accessor) {
+    Detail::appendMessage(errors, kNoFactory + ("\"" + fileName + "\""));
+    return nullptr;
+  }
+  if (!accessor->read(fileName, errors)) return nullptr;
+  return accessor;
+}
+
+bool Accessor::read(const std::string& fileName, const std::set<std::string>* structureNames,
+                    const std::set<std::string>* associationsNames, std::string& errors) {
+  IsolatedRegistry isolated;
+  State& state = *fState;
+  // The structures of an earlier read stay alive: pointers to them may have
+  // been handed out. Their references move to the retired list.
+  state.retired.reserve(state.retired.size() + state.structures.size());
+  state.retired.insert(state.retired.end(), state.structures.begin(), state.structures.end());
+  state.structures.clear();
+  state.associations.clear();
+  state.fileName = fileName;
+
+  bool result = false;
+  try {
+    result = performRead(structureNames, associationsNames, errors);
+    if (result) {
+      // Every structure now registered is one the file declared and the
+      // read wanted. Of several with one name the set keeps the first.
+      StructureSet declared;
+      for (const Structure* structure : Structure::allStructures()) declared.insert(structure);
+      for (const Structure* structure : declared) structure->ref();
+      unrefAll(state.structures);
+      state.structures.swap(declared);
+    } else {
+      clear();
+    }
+  } catch (...) {
+    clear();
+    throw;
+  }
+  return result;
+}
+
+bool Accessor::read(const std::string& fileName, std::string& errors) {
+  return read(fileName, nullptr, nullptr, errors);
+}
+
+const std::string& Accessor::fileName() const { return fState->fileName; }
+
+const Accessor::StructureSet& Accessor::structures() const { return fState->structures; }
+
+const Accessor::AssociationsMap& Accessor::associations() const { return fState->associations; }
+
+Accessor::AssociationsMap& Accessor::associations() { return fState->associations; }
+
+void Accessor::setStructures(const StructureSet& s) {
+  if (&s == &fState->structures) return;
+  StructureSet copy(s);
+  for (const Structure* structure : copy) structure->ref();
+  unrefAll(fState->structures);
+  fState->structures.swap(copy);
+}
+
+void Accessor::clear() {
+  setStructures(StructureSet());
+  fState->associations.clear();
+}
+
+AccessorFactoryBase::AccessorFactoryBase(const std::string& extension) {
+  ++_objectsCreated;
+  ++_objectsAlive;
+  factories().emplace(lowerCased(extension), this);
+}
+
+AccessorFactoryBase::~AccessorFactoryBase() {
+  FactoryRegistry& registry = factories();
+  for (auto entry = registry.begin(); entry != registry.end();) {
+    if (entry->second == this) {
+      entry = registry.erase(entry);
+    } else {
+      ++entry;
+    }
+  }
+  --_objectsAlive;
+}
+
+// Debug output
+
+bool Accessor::Debug(const Accessor* accessor, kivo::Debug::Print& print) {
+  if (!accessor) {
+    print.beginSection("kivo::Data::Accessor Static Data");
+    Detail::printLine(print, "Accessors created = " + std::to_string(_objectsCreated) +
+                                 ", alive = " + std::to_string(_objectsAlive));
+    std::string extensions = "Registered extensions =";
+    for (const std::string& extension : supportedExtensions()) extensions += " " + extension;
+    Detail::printLine(print, extensions);
+    print.endSection();
+    return true;
+  }
+  const State& state = *accessor->fState;
+  Detail::printLine(print, "Accessor for file '" + state.fileName + "'");
+  std::string structures = "Structures (" + std::to_string(state.structures.size()) + ")";
+  for (const Structure* structure : state.structures)
+    structures += std::string(" '") + structure->name() + "'";
+  Detail::printLine(print, structures);
+  std::string associations = "Associations (" + std::to_string(state.associations.size()) + ")";
+  for (const auto& entry : state.associations) associations += " '" + entry.first + "'";
+  Detail::printLine(print, associations);
+  return true;
+}
+
+bool Accessor::Debug(const Accessor* accessor, kivo::Debug::Footprint& footprint) {
+  if (!accessor) return true;
+  footprint.addObject(accessor, sizeof(Accessor));
+  footprint.addMember(accessor->fState.get(), sizeof(State));
+  for (const auto& entry : accessor->fState->associations)
+    Associations::Debug(&entry.second, footprint);
+  return true;
+}
+
+bool AccessorFactoryBase::Debug(const AccessorFactoryBase* factory, kivo::Debug::Print& print) {
+  if (!factory) {
+    Detail::printLine(print, "Accessor factories created = " + std::to_string(_objectsCreated) +
+                                 ", alive = " + std::to_string(_objectsAlive));
+    return true;
+  }
+  std::string line = "Accessor factory for";
+  for (const auto& entry : factories()) {
+    if (entry.second == factory) line += " '" + entry.first + "'";
+  }
+  Detail::printLine(print, line);
+  return true;
+}
+
+bool AccessorFactoryBase::Debug(const AccessorFactoryBase* factory,
+                                kivo::Debug::Footprint& footprint) {
+  if (factory) footprint.addObject(factory, sizeof(AccessorFactoryBase));
+  return true;
+}
+
+}  // namespace kivo::Data

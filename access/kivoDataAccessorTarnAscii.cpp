@@ -1,0 +1,687 @@
+// The accessor of ASCII scene files ("ta"): a script of statements ending in
+// ';', with the metadata as dataStructure and applyMetadata statements after
+// the scene body and before the "// End of" trailer. Reading walks the file
+// backwards from its end in 1024-byte blocks and stops at the first
+// statement of the scene body; writing overwrites the old metadata section
+// in place, re-appends the trailer and truncates the file.
+#include <kivo/access/kivoDataAccessor.h>
+
+#include <fstream>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <kivo/access/kivoDataAccessorTarn.h>
+#include <kivo/data/kivoDataAssociations.h>
+#include <kivo/data/kivoDataStructure.h>
+#include <kivo/serialize/kivoDataAssociationsSerializer.h>
+#include <kivo/serialize/kivoDataStructureSerializer.h>
+
+#include "access/kivoDataAccessorTarnInternal.h"
+
+namespace kivo::Data {
+namespace {
+
+using Words = AccessorTarn::Ascii;
+
+constexpr int64_t kBlockSize = 1024;
+// A header line is short; a longer first line is cut here and then refused.
+constexpr size_t kMaxHeaderLine = 4096;
+constexpr char kHeaderEnd[] = " scene";
+constexpr char kMinimalYear[] = "2014";
+constexpr long kFirstSupportedYear = 2014;
+constexpr char kRawFormat[] = "raw";
+
+constexpr char kErrorReadingHeader[] = "Error reading header.";
+constexpr char kHeaderTooSmall[] = "Header too small.";
+constexpr char kUnexpectedHeaderStart[] = "Unexpected header start.";
+constexpr char kUnexpectedHeaderEnd[] = "Unexpected header end.";
+constexpr char kUnsupportedYear[] = "Unsupported year.";
+constexpr char kEmptyFileName[] = "Empty file name.";
+constexpr char kCouldNotOpen[] = "Could not open ";
+constexpr char kForWriting[] = " for writing.";
+constexpr char kCouldNotSeekToEnd[] = "Could not seek to end.";
+constexpr char kCouldNotSeekPreviousBlock[] = "Could not seek previous block.";
+constexpr char kCouldNotReadBlock[] = "Could not read block.";
+constexpr char kNoAssociationsName[] = "Could not find Associations name.";
+constexpr char kTokenizingAssociations[] = "Error tokenizing format/value for associations.";
+constexpr char kTokenizingStructure[] = "Error tokenizing format/value for structure.";
+constexpr char kCouldNotSeekTrailerStart[] = "Could not seek to trailer start.";
+constexpr char kCouldNotReadTrailer[] = "Could not read trailer.";
+constexpr char kNoTrailerPrefix[] = "Could not find trailer prefix.";
+constexpr char kCouldNotSeekFirstBlock[] = "Could not seek to the first metadata block.";
+constexpr char kNoMetadataStart[] = "Failed reading line while searching metadata start.";
+constexpr char kCouldNotSeekLastBlock[] = "Could not seek to the last metadata block.";
+constexpr char kNoMetadataEnd[] = "Failed reading line while searching metadata end.";
+constexpr char kCouldNotSeekTrailer[] = "Failed to seek to the trailer position.";
+constexpr char kCouldNotReadFileTrailer[] = "Failed to read the file trailer.";
+constexpr char kCouldNotSeekMetadataStart[] = "Could not seek to metadata start.";
+constexpr char kStructureNotWritten[] = "Could not write structure chunk to file.";
+constexpr char kNodeNotWritten[] = "Could not write node associations statement to file.";
+constexpr char kSceneNotWritten[] = "Could not write scene associations statement to file.";
+constexpr char kTrailerNotWritten[] = "Failed to append the file trailer.";
+constexpr char kNotTruncated[] = "Could not truncate the file.";
+
+std::string badNodeName(const std::string& name) {
+  return "The node name \"" + name + "\" cannot be written as an applyMetadata target.";
+}
+
+bool startsWith(const std::string& text, const std::string& prefix, size_t at = 0) {
+  return text.size() >= at + prefix.size() && text.compare(at, prefix.size(), prefix) == 0;
+}
+
+bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+size_t firstNonBlank(const std::string& line) { return line.find_first_not_of(" \t"); }
+
+// Block k (k >= 1) starts k * 1024 bytes before the end of a file of size
+// bytes; the block at the start of the file is shorter.
+int64_t blockStart(int64_t size, int64_t k) {
+  return size > k * kBlockSize ? size - k * kBlockSize : 0;
+}
+
+// The number of the block that holds the byte at position.
+int64_t blockOf(int64_t size, int64_t position) {
+  return (size - position + kBlockSize - 1) / kBlockSize;
+}
+
+// Header ------------------------------------------------------------------
+
+// Checks the first line: "//Tarn ASCII", a blank, a year from 2014 on, text
+// ending in " scene"; a trailing carriage return is ignored. False with the
+// message otherwise.
+bool checkHeader(std::istream& in, std::string& message) {
+  std::string line;
+  bool readAny = false;
+  char c;
+  while (line.size() < kMaxHeaderLine && in.get(c)) {
+    readAny = true;
+    if (c == '\n') break;
+    line += c;
+  }
+  if (!readAny) {
+    message = kErrorReadingHeader;
+    return false;
+  }
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  const std::string start = Words::getHeaderPrefix() + " ";
+  const std::string end = kHeaderEnd;
+  if (line.size() < start.size() + std::string(kMinimalYear).size() + end.size()) {
+    message = kHeaderTooSmall;
+    return false;
+  }
+  if (!startsWith(line, start)) {
+    message = kUnexpectedHeaderStart;
+    return false;
+  }
+  if (!startsWith(line, end, line.size() - end.size())) {
+    message = kUnexpectedHeaderEnd;
+    return false;
+  }
+  long year = 0;
+  for (size_t i = start.size(); i < start.size() + 4 && line[i] >= '0' && line[i] <= '9'; ++i)
+    year = year * 10 + (line[i] - '0');
+  if (year < kFirstSupportedYear) {
+    message = kUnsupportedYear;
+    return false;
+  }
+  return true;
+}
+
+// The format (between the first and second double quote) and the payload
+// (between the third and the last one) of a statement; false when a quote
+// is missing.
+bool splitQuoted(const std::string& statement, std::string& format, std::string& payload) {
+  const size_t first = statement.find('"');
+  if (first == std::string::npos) return false;
+  const size_t second = statement.find('"', first + 1);
+  if (second == std::string::npos) return false;
+  const size_t third = statement.find('"', second + 1);
+  if (third == std::string::npos) return false;
+  const size_t last = statement.rfind('"');
+  if (last <= third) return false;
+  format = statement.substr(first + 1, second - first - 1);
+  payload = statement.substr(third + 1, last - third - 1);
+  return true;
+}
+
+// A node name is written bare after two tabs and read back as the text after
+// the statement's last blank: it must hold no blank, quote, ';' or control
+// character, must not look like a comment, and must not be the scene flag.
+bool writableNodeName(const std::string& name) {
+  if (name == Words::getApplyMetadataCommandSceneFlag() || startsWith(name, "//")) return false;
+  for (const char c : name) {
+    const unsigned char u = static_cast<unsigned char>(c);
+    if (u < 33 || u == 127 || c == '"' || c == ';') return false;
+  }
+  return true;
+}
+
+bool isTerminalStatement(const std::string& statement) {
+  return startsWith(statement, Words::getConnectAttrCommandName()) ||
+         startsWith(statement, Words::getCreateNodeCommandName()) ||
+         startsWith(statement, Words::getSetAttrCommandName()) ||
+         startsWith(statement, Words::getRelationshipCommandName()) ||
+         startsWith(statement, Words::getSelectCommandName());
+}
+
+// Forward reading of the metadata section, for the writer.
+struct AsciiFwdParser {
+  // A plain prefix test at column 0.
+  static bool isMetadataLine(const std::string& line) {
+    return startsWith(line, Words::getDataStructureCommandName()) ||
+           startsWith(line, Words::getApplyMetadataCommandName());
+  }
+  // After the first metadata line, a line that is not metadata ends the
+  // section when its first character other than blank and tab starts the
+  // trailer prefix or is a letter. That includes the node line of a
+  // node-level applyMetadata statement (two tabs, then the node name): kept
+  // as it stands, everything from such a line on is kept as the trailer.
+  static bool endsSection(const std::string& line) {
+    const size_t at = firstNonBlank(line);
+    if (at == std::string::npos) return false;
+    return startsWith(line, Words::getTrailerPrefix(), at) || isLetter(line[at]);
+  }
+  // True when the line of the file starting at position may be read from
+  // there: the file start, or a position right after a line feed.
+  static bool atLineStart(std::istream& in, int64_t position) {
+    if (position == 0) return true;
+    char before = 0;
+    return in.seekg(position - 1) && in.get(before) && before == '\n';
+  }
+  // Positions the stream at the first whole line that starts in block k; a
+  // line cut by the block start is passed over, so that no search ever
+  // starts in the middle of a line.
+  static bool seekBlock(std::istream& in, int64_t size, int64_t k) {
+    in.clear();
+    const int64_t start = blockStart(size, k);
+    if (atLineStart(in, start)) return static_cast<bool>(in.seekg(start));
+    in.clear();
+    if (!in.seekg(start)) return false;
+    in.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+    return true;
+  }
+};
+
+// Backward scan -----------------------------------------------------------
+
+// An applyMetadata statement found by the scan, read once the structures are
+// registered (its streams name them).
+struct FoundAssociations {
+  std::string name;
+  std::string format;
+  std::string text;
+};
+
+// Walks a file from its end towards its start, block by block, assembling
+// lines and statements backwards: a line that ends with ';' ends the
+// statement before it. Blank lines and comment lines belong to no
+// statement, and neither does the header line. Notes the blocks of the
+// earliest and the latest metadata statement; unless only positions are
+// wanted, reads the structures (registering the wanted ones) and collects
+// the wanted associations. Stops at a statement of the scene body, or when
+// both name sets were given and every name was found.
+class MetadataScan {
+ public:
+  // Positions only: nothing is read or registered.
+  explicit MetadataScan(int64_t size)
+      : fSize(size), fPositionsOnly(true), fStructures(nullptr), fAssociations(nullptr),
+        fErrors(nullptr) {}
+  MetadataScan(int64_t size, const std::set<std::string>* structureNames,
+               const std::set<std::string>* associationsNames, std::string& errors)
+      : fSize(size), fPositionsOnly(false), fStructures(structureNames),
+        fAssociations(associationsNames), fErrors(&errors) {}
+
+  // Walks the block of bytes that starts at position start, from its last
+  // byte to its first. False when the scan is over.
+  bool takeBlock(const std::vector<char>& block, int64_t start) {
+    for (size_t i = block.size(); i-- > 0;) {
+      if (block[i] == '\n') {
+        endLine(start + static_cast<int64_t>(i) + 1);
+        if (fStopped) return false;
+      } else {
+        fReversedLine.push_back(block[i]);
+      }
+    }
+    if (start == 0) {
+      endLine(0);
+      endStatement();
+      return false;
+    }
+    return true;
+  }
+
+  int64_t firstBlock() const { return fFirstBlock; }
+  int64_t lastBlock() const { return fLastBlock; }
+  bool failed() const { return fFailed; }
+  std::vector<FoundAssociations>& associations() { return fFound; }
+
+ private:
+  void endLine(int64_t start) {
+    std::string line(fReversedLine.rbegin(), fReversedLine.rend());
+    fReversedLine.clear();
+    if (start == 0) return;  // the header
+    const size_t end = line.find_last_not_of(" \t\r");
+    line.erase(end == std::string::npos ? 0 : end + 1);
+    if (line.empty()) return;
+    const size_t at = firstNonBlank(line);
+    if (startsWith(line, "//", at)) return;
+    if (line.back() == ';') endStatement();
+    if (fStopped) return;
+    fLines.push_back(std::move(line));
+    fStatementStart = start;
+  }
+
+  void endStatement() {
+    if (fLines.empty() || fStopped) return;
+    size_t length = 0;
+    for (const std::string& line : fLines) length += line.size() + 1;
+    std::string statement;
+    statement.reserve(length);
+    for (auto line = fLines.rbegin(); line != fLines.rend(); ++line) {
+      if (!statement.empty()) statement += '\n';
+      statement += *line;
+    }
+    fLines.clear();
+    handle(statement);
+  }
+
+  void handle(const std::string& statement) {
+    if (isTerminalStatement(statement)) {
+      fStopped = true;
+      return;
+    }
+    const bool isAssociations = startsWith(statement, Words::getApplyMetadataCommandName());
+    const bool isStructure = startsWith(statement, Words::getDataStructureCommandName());
+    if (!isAssociations && !isStructure) return;
+    const int64_t k = blockOf(fSize, fStatementStart);
+    if (fLastBlock == 0) fLastBlock = k;
+    fFirstBlock = k;
+    if (fPositionsOnly) return;
+    if (isAssociations) {
+      handleAssociations(statement);
+    } else {
+      handleStructure(statement);
+    }
+    if (fStructures.selective() && fAssociations.selective() && fStructures.exhausted() &&
+        fAssociations.exhausted())
+      fStopped = true;
+  }
+
+  void handleAssociations(const std::string& statement) {
+    const size_t cut = statement.find_last_of(" \t\n");
+    std::string name = cut == std::string::npos ? std::string() : statement.substr(cut + 1);
+    if (!name.empty() && name.back() == ';') name.pop_back();
+    if (name.empty()) return fail(kNoAssociationsName);
+    if (name == Words::getApplyMetadataCommandSceneFlag())
+      name = AccessorTarn::getSceneAssociationsName();
+    FoundAssociations found{name, std::string(), std::string()};
+    if (!splitQuoted(statement, found.format, found.text)) return fail(kTokenizingAssociations);
+    if (!fAssociations.take(name)) return;
+    found.text = Detail::unescapeAsciiPayload(found.text);
+    fFound.push_back(std::move(found));
+  }
+
+  void handleStructure(const std::string& statement) {
+    std::string format, text;
+    if (!splitQuoted(statement, format, text)) return fail(kTokenizingStructure);
+    std::unique_ptr<Structure> structure =
+        AccessorTarn::deserializeStructure(format, Detail::unescapeAsciiPayload(text), *fErrors);
+    if (!structure) {
+      fFailed = true;
+      return;
+    }
+    Detail::keepStructureIfWanted(std::move(structure), fStructures);
+  }
+
+  void fail(const char* message) {
+    Detail::appendMessage(*fErrors, message);
+    fFailed = true;
+  }
+
+  const int64_t fSize;
+  const bool fPositionsOnly;
+  Detail::WantedNames fStructures;
+  Detail::WantedNames fAssociations;
+  std::string* fErrors;
+  std::string fReversedLine;
+  // The lines of the statement being assembled, the latest first.
+  std::vector<std::string> fLines;
+  int64_t fStatementStart = 0;
+  int64_t fFirstBlock = 0;
+  int64_t fLastBlock = 0;
+  bool fStopped = false;
+  bool fFailed = false;
+  std::vector<FoundAssociations> fFound;
+};
+
+// Runs scan over the file in from its end; false, with the message, when
+// seeking or reading fails.
+bool scanBackwards(std::istream& in, int64_t size, MetadataScan& scan, std::string& errors) {
+  std::vector<char> block;
+  for (int64_t k = 1;; ++k) {
+    const int64_t start = blockStart(size, k);
+    const int64_t end = size - (k - 1) * kBlockSize;
+    in.clear();
+    if (!in.seekg(start)) {
+      Detail::appendMessage(errors, kCouldNotSeekPreviousBlock);
+      return false;
+    }
+    block.resize(static_cast<size_t>(end - start));
+    if (!in.read(block.data(), static_cast<std::streamsize>(block.size()))) {
+      Detail::appendMessage(errors, kCouldNotReadBlock);
+      return false;
+    }
+    if (!scan.takeBlock(block, start)) break;
+  }
+  return true;
+}
+
+// The size of the file in, from its end; -1 when seeking fails.
+int64_t fileSize(std::istream& in) {
+  in.clear();
+  if (!in.seekg(0, std::ios::end)) return -1;
+  return static_cast<int64_t>(in.tellg());
+}
+
+// The statements of the new metadata section, each with the message its
+// failed write gives.
+struct Statement {
+  std::string text;
+  const char* failure;
+};
+
+// The accessor ----------------------------------------------------------------
+
+class TarnAsciiFileAccessor : public Accessor {
+ public:
+  TarnAsciiFileAccessor() = default;
+  ~TarnAsciiFileAccessor() override = default;
+
+  bool write(std::string& errors) const override;
+  bool isFileSupported(const std::string& fileName) const override;
+
+ protected:
+  bool performRead(const std::set<std::string>* structureNames,
+                   const std::set<std::string>* associationsNames, std::string& errors) override;
+
+ private:
+  bool composeSection(std::vector<Statement>& statements, std::string& errors) const;
+  bool locateSection(std::fstream& file, int64_t size, int64_t& metadataStart,
+                     int64_t& trailerPosition, std::string& errors) const;
+  bool locateTrailer(std::fstream& file, int64_t size, int64_t& trailerPosition,
+                     std::string& errors) const;
+  void rememberFile() const;
+
+  // The blocks (counted backwards from the end) of the earliest and the
+  // latest metadata statement; 0 when the file has none. Set by a read and
+  // by each successful write, so that they describe the file as it is.
+  mutable int64_t fFirstMetadataBlock = 0;
+  mutable int64_t fLastMetadataBlock = 0;
+  // The file as this accessor last saw it; a write refuses a changed file.
+  mutable Detail::FileStamp fStamp;
+};
+
+bool TarnAsciiFileAccessor::isFileSupported(const std::string& fileName) const {
+  if (fileName.empty()) return false;
+  std::ifstream in(fileName, std::ios::binary);
+  std::string ignored;
+  return in.is_open() && checkHeader(in, ignored);
+}
+
+bool TarnAsciiFileAccessor::performRead(const std::set<std::string>* structureNames,
+                                        const std::set<std::string>* associationsNames,
+                                        std::string& errors) {
+  fFirstMetadataBlock = 0;
+  fLastMetadataBlock = 0;
+  fStamp = Detail::FileStamp();
+  const std::string& name = fileName();
+  if (name.empty()) {
+    Detail::appendMessage(errors, kEmptyFileName);
+    return false;
+  }
+  std::ifstream in(name, std::ios::binary);
+  if (!in.is_open()) {
+    Detail::appendMessage(errors, kCouldNotOpen + name);
+    return false;
+  }
+  const Detail::FileStamp stamp = Detail::fileStamp(name);
+  std::string message;
+  if (!checkHeader(in, message)) {
+    errors = message;
+    return false;
+  }
+  const int64_t size = fileSize(in);
+  if (size < 0) {
+    Detail::appendMessage(errors, kCouldNotSeekToEnd);
+    return false;
+  }
+  MetadataScan scan(size, structureNames, associationsNames, errors);
+  if (!scanBackwards(in, size, scan, errors)) return false;
+  bool ok = !scan.failed();
+  // The structures are registered now: the streams that name them can be read.
+  for (FoundAssociations& found : scan.associations()) {
+    Associations associations;
+    if (AccessorTarn::deserializeAssociations(found.format, found.text, associations, errors)) {
+      this->associations()[found.name] = associations;
+    } else {
+      ok = false;
+    }
+  }
+  if (!ok) return false;
+  fFirstMetadataBlock = scan.firstBlock();
+  fLastMetadataBlock = scan.lastBlock();
+  fStamp = stamp;
+  return true;
+}
+
+bool TarnAsciiFileAccessor::write(std::string& errors) const {
+  std::vector<Statement> statements;
+  if (!composeSection(statements, errors)) return false;
+  const std::string& name = fileName();
+  std::fstream file(name, std::ios::in | std::ios::out | std::ios::binary);
+  if (!file.is_open()) {
+    Detail::appendMessage(errors, kCouldNotOpen + name + kForWriting);
+    return false;
+  }
+  if (!Detail::fileUnchanged(name, fStamp, errors)) return false;
+  const int64_t size = static_cast<int64_t>(fStamp.size);
+  int64_t metadataStart = 0;
+  int64_t trailerPosition = 0;
+  if (!locateSection(file, size, metadataStart, trailerPosition, errors)) return false;
+
+  file.clear();
+  if (!file.seekg(trailerPosition)) {
+    Detail::appendMessage(errors, kCouldNotSeekTrailer);
+    return false;
+  }
+  std::string trailer(static_cast<size_t>(size - trailerPosition), '\0');
+  if (!file.read(&trailer[0], static_cast<std::streamsize>(trailer.size()))) {
+    Detail::appendMessage(errors, kCouldNotReadFileTrailer);
+    return false;
+  }
+  if (!file.seekp(metadataStart)) {
+    Detail::appendMessage(errors, kCouldNotSeekMetadataStart);
+    return false;
+  }
+  // From here on the file changes.
+  for (const Statement& statement : statements) {
+    if (!file.write(statement.text.data(), static_cast<std::streamsize>(statement.text.size()))) {
+      Detail::appendMessage(errors, statement.failure);
+      return false;
+    }
+  }
+  if (!file.write(trailer.data(), static_cast<std::streamsize>(trailer.size())) ||
+      !file.flush()) {
+    Detail::appendMessage(errors, kTrailerNotWritten);
+    return false;
+  }
+  const int64_t length = static_cast<int64_t>(file.tellp());
+  file.close();
+  if (length < 0 || file.fail() || !AccessorTarn::truncateFile(name, static_cast<uint64_t>(length))) {
+    Detail::appendMessage(errors, kNotTruncated);
+    fStamp = Detail::FileStamp();
+    return false;
+  }
+  rememberFile();
+  return true;
+}
+
+// Serializes every statement before the file is touched: a structure or
+// associations that cannot be written, or a node name that could not be
+// read back, refuses the whole write.
+bool TarnAsciiFileAccessor::composeSection(std::vector<Statement>& statements,
+                                           std::string& errors) const {
+  if (const StructureSerializer* serializer = StructureSerializer::formatByName(kRawFormat)) {
+    for (const Structure* structure : structures()) {
+      std::ostringstream text;
+      if (serializer->write(*structure, text) != 0 || !text) {
+        Detail::appendMessage(errors, kStructureNotWritten);
+        return false;
+      }
+      statements.push_back({Words::getDataStructureCommandName() + " " +
+                                Words::getDataStructureCommandFormatFlag() + " \"" +
+                                serializer->formatType() + "\" " +
+                                Words::getDataStructureCommandAsStringFlag() + " \"" +
+                                Detail::escapeAsciiStructureText(text.str()) + "\";\n",
+                            kStructureNotWritten});
+    }
+  }
+  const AssociationsSerializer* serializer = AssociationsSerializer::formatByName(kRawFormat);
+  if (!serializer) return true;
+  auto statementFor = [&](const std::string& target, const Associations& associations,
+                          const char* failure) {
+    std::ostringstream text;
+    std::string messages;
+    if (serializer->write(associations, text, messages) != 0 || !text) {
+      if (!messages.empty()) Detail::appendMessage(errors, messages);
+      Detail::appendMessage(errors, failure);
+      return false;
+    }
+    statements.push_back({Words::getApplyMetadataCommandName() + " " +
+                              Words::getApplyMetadataCommandFormatFlag() + " \"" +
+                              serializer->formatType() + "\" " +
+                              Words::getApplyMetadataCommandValueFlag() + " \"" +
+                              Detail::escapeAsciiValue(text.str()) + "\" \n\t\t" + target + ";\n",
+                          failure});
+    return true;
+  };
+  const std::string& scene = AccessorTarn::getSceneAssociationsName();
+  for (const auto& entry : associations()) {
+    if (entry.first == scene) continue;
+    if (!writableNodeName(entry.first)) {
+      Detail::appendMessage(errors, badNodeName(entry.first));
+      Detail::appendMessage(errors, kNodeNotWritten);
+      return false;
+    }
+    if (!statementFor(entry.first, entry.second, kNodeNotWritten)) return false;
+  }
+  const auto sceneEntry = associations().find(scene);
+  if (sceneEntry != associations().end() &&
+      !statementFor(Words::getApplyMetadataCommandSceneFlag(), sceneEntry->second,
+                    kSceneNotWritten))
+    return false;
+  return true;
+}
+
+// The start of the metadata section and of the trailer after it.
+bool TarnAsciiFileAccessor::locateSection(std::fstream& file, int64_t size,
+                                          int64_t& metadataStart, int64_t& trailerPosition,
+                                          std::string& errors) const {
+  if (fFirstMetadataBlock <= 0) {
+    if (!locateTrailer(file, size, trailerPosition, errors)) return false;
+    metadataStart = trailerPosition;
+    return true;
+  }
+  if (!AsciiFwdParser::seekBlock(file, size, fFirstMetadataBlock)) {
+    Detail::appendMessage(errors, kCouldNotSeekFirstBlock);
+    return false;
+  }
+  std::string line;
+  for (;;) {
+    const int64_t position = static_cast<int64_t>(file.tellg());
+    if (position < 0 || !std::getline(file, line)) {
+      Detail::appendMessage(errors, kNoMetadataStart);
+      return false;
+    }
+    if (AsciiFwdParser::isMetadataLine(line)) {
+      metadataStart = position;
+      break;
+    }
+  }
+  if (fLastMetadataBlock != fFirstMetadataBlock &&
+      !AsciiFwdParser::seekBlock(file, size, fLastMetadataBlock)) {
+    Detail::appendMessage(errors, kCouldNotSeekLastBlock);
+    return false;
+  }
+  for (;;) {
+    const int64_t position = static_cast<int64_t>(file.tellg());
+    if (position < 0 || !std::getline(file, line)) {
+      Detail::appendMessage(errors, kNoMetadataEnd);
+      return false;
+    }
+    if (AsciiFwdParser::isMetadataLine(line)) continue;
+    if (AsciiFwdParser::endsSection(line)) {
+      trailerPosition = position;
+      return true;
+    }
+  }
+}
+
+// Without metadata, the new section goes before the trailer: the last line
+// of the last block whose first text other than blanks and tabs is the
+// trailer prefix.
+bool TarnAsciiFileAccessor::locateTrailer(std::fstream& file, int64_t size,
+                                          int64_t& trailerPosition, std::string& errors) const {
+  const int64_t start = blockStart(size, 1);
+  file.clear();
+  if (!file.seekg(start)) {
+    Detail::appendMessage(errors, kCouldNotSeekTrailerStart);
+    return false;
+  }
+  std::string block(static_cast<size_t>(size - start), '\0');
+  if (!file.read(&block[0], static_cast<std::streamsize>(block.size()))) {
+    Detail::appendMessage(errors, kCouldNotReadTrailer);
+    return false;
+  }
+  bool found = false;
+  size_t lineStart = AsciiFwdParser::atLineStart(file, start) ? 0 : block.find('\n');
+  while (lineStart != std::string::npos && lineStart < block.size()) {
+    if (block[lineStart] == '\n') ++lineStart;
+    const size_t at = block.find_first_not_of(" \t", lineStart);
+    if (at != std::string::npos && startsWith(block, Words::getTrailerPrefix(), at)) {
+      trailerPosition = start + static_cast<int64_t>(lineStart);
+      found = true;
+    }
+    lineStart = block.find('\n', lineStart);
+  }
+  if (!found) {
+    Detail::appendMessage(errors, kNoTrailerPrefix);
+    return false;
+  }
+  return true;
+}
+
+// After a write: the positions and the stamp of the file as it now is, found
+// the way a read finds them. When that fails the next write refuses.
+void TarnAsciiFileAccessor::rememberFile() const {
+  fStamp = Detail::FileStamp();
+  fFirstMetadataBlock = 0;
+  fLastMetadataBlock = 0;
+  std::ifstream in(fileName(), std::ios::binary);
+  const Detail::FileStamp stamp = Detail::fileStamp(fileName());
+  const int64_t size = fileSize(in);
+  if (!in.is_open() || size < 0) return;
+  MetadataScan scan(size);
+  std::string ignored;
+  if (!scanBackwards(in, size, scan, ignored)) return;
+  fFirstMetadataBlock = scan.firstBlock();
+  fLastMetadataBlock = scan.lastBlock();
+  fStamp = stamp;
+}
+
+AccessorFactory<TarnAsciiFileAccessor> asciiFactory("ta");
+
+}  // namespace
+}  // namespace kivo::Data
