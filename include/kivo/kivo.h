@@ -37,3 +37,6 @@
 #include <kivo/serialize/kivoDataStructureSerializer.h>
 #include <kivo/serialize/kivoDataStructureSerializerDebug.h>
 #include <kivo/serialize/kivoDataStructureSerializerRaw.h>
+
+#include <kivo/access/kivoDataAccessor.h>
+#include <kivo/access/kivoDataAccessorTarn.h>
