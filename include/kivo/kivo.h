@@ -20,6 +20,14 @@
 #include <kivo/data/kivoDataIndexType.h>
 #include <kivo/data/kivoDataIndexPair.h>
 #include <kivo/data/kivoDataIndexString.h>
+#include <kivo/data/kivoDataStreamIterator.h>
+#include <kivo/data/kivoDataStreamIteratorImpl.h>
+#include <kivo/data/kivoDataStreamDenseIteratorImpl.h>
+#include <kivo/data/kivoDataStreamMappedIteratorImpl.h>
+#include <kivo/data/kivoDataStreamImpl.h>
+#include <kivo/data/kivoDataStreamImplDense.h>
+#include <kivo/data/kivoDataStreamImplMapped.h>
+#include <kivo/data/kivoDataStream.h>
 #include <kivo/data/kivoDataChannelImpl.h>
 #include <kivo/data/kivoDataChannelIterator.h>
 #include <kivo/data/kivoDataChannel.h>
