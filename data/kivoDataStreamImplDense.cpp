@@ -219,7 +219,9 @@ bool StreamImplDense::ensureSpaceForElement(const Index& index) {
     uint32_t capacity = fAllocatedCount <= 1 ? static_cast<uint32_t>(kFirstAllocationBytes / size)
                                              : (fAllocatedCount * 3u) >> 1;
     if (capacity <= wanted) capacity = (wanted * 3u) >> 1;
-    if (capacity > fAllocatedCount) {
+    // The 32-bit arithmetic may still fall short of the index (or wrap
+    // around for large ones); such a block could not hold it, so none is made.
+    if (capacity > wanted) {
       char* grown = static_cast<char*>(std::realloc(fBlock, uint64_t(capacity) * size));
       if (!grown) return false;  // the old block and its elements stay
       fBlock = grown;

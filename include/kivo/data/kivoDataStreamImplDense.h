@@ -73,9 +73,10 @@ class KIVO_EXPORT StreamImplDense : public StreamImpl {
   virtual char* elementAddr(const Index& index) const;
   // Makes room for index: first allocation 4096 / totalSize() slots, then
   // x3/2 (32-bit arithmetic), or index x 3/2 when that is not above index
-  // (kept as it stands, so it may still fall short). New slots get the
-  // defaults. True when index now has a slot (also for a structure of size
-  // 0); a failed allocation keeps the old block.
+  // (kept as it stands, so it may still fall short: then nothing is
+  // allocated and the result is false). New slots get the defaults. True
+  // when index now has a slot (also for a structure of size 0); a failed
+  // allocation keeps the old block.
   virtual bool ensureSpaceForElement(const Index& index);
 
   // "Data Stream" section with the stream line and both counts; null prints
