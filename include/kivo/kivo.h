@@ -38,10 +38,13 @@
 #include <kivo/data/kivoDataAttachDirectly.h>
 
 #include <kivo/serialize/kivoDataAssociationsSerializer.h>
+#include <kivo/serialize/kivoDataAssociationsSerializerRaw.h>
 #include <kivo/serialize/kivoDataChannelSerializer.h>
+#include <kivo/serialize/kivoDataChannelSerializerRaw.h>
 #include <kivo/serialize/kivoDataSerializerInitializer.h>
 #include <kivo/serialize/kivoDataSerializerRaw.h>
 #include <kivo/serialize/kivoDataStreamSerializer.h>
+#include <kivo/serialize/kivoDataStreamSerializerRaw.h>
 #include <kivo/serialize/kivoDataStructureSerializer.h>
 #include <kivo/serialize/kivoDataStructureSerializerDebug.h>
 #include <kivo/serialize/kivoDataStructureSerializerRaw.h>
