@@ -1,0 +1,259 @@
+// AssociationsChannels.*  channels by name: on-demand creation, replacement, order, lookups
+// AssociationsSharing.*   handles share, makeUnique separates channels and stream data
+// AssociationsIterator.*  walking, exception texts, the post-increment
+// AttachDirectly.*        held metadata: null at first, shared on set and copy
+#include <kivo/data/kivoDataAssociations.h>
+#include <kivo/data/kivoDataAttachDirectly.h>
+#include <kivo/data/kivoDataHandle.h>
+#include <kivo/data/kivoDataIndex.h>
+#include <kivo/data/kivoDataStream.h>
+#include <kivo/data/kivoDataStructure.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "support/kivoOwnership.h"
+
+namespace {
+
+using kivo::Data::Associations;
+using kivo::Data::AssociationsIterator;
+using kivo::Data::AttachDirectly;
+using kivo::Data::Channel;
+using kivo::Data::Handle;
+using kivo::Data::Index;
+using kivo::Data::Member;
+using kivo::Data::Stream;
+using kivo::Data::Structure;
+using StructureRef = kivo::Detail::Ref<Structure>;
+
+StructureRef sample() {
+  StructureRef s(new Structure("AssociationsSample"));
+  s->addMember(Member::kInt32, 1, "v");
+  s->addMember(Member::kString, 1, "s");
+  return s;
+}
+
+// A channel named name holding one stream "p" with v at index 0.
+Channel channelWithValue(const Structure& structure, const std::string& name, int32_t v) {
+  Channel channel(name);
+  Stream* stream = channel.setDataStream(Stream(structure, "p"));
+  Handle h(structure);
+  *h.asInt32() = v;
+  std::string errors;
+  h.setPositionByMemberName("s");
+  h.fromStr("text", 0, errors);
+  stream->setElement(Index(0), h);
+  return channel;
+}
+
+int32_t valueIn(const Associations& associations, const std::string& channel) {
+  const Channel* found = associations.findChannel(channel);
+  if (!found || !found->findDataStream("p")) return -1;
+  Handle h = found->findDataStream("p")->element(Index(0));
+  h.setPositionByMemberName("v");
+  return *h.asInt32();
+}
+
+std::vector<std::string> names(const Associations& associations) {
+  std::vector<std::string> result;
+  for (AssociationsIterator it = associations.begin(); it != associations.end(); ++it) {
+    result.push_back(it->name());
+  }
+  return result;
+}
+
+TEST(AssociationsChannels, ChannelCreatesOnceAndShares) {
+  Associations associations;
+  Channel first = associations.channel("vertex");
+  Channel second = associations.channel("vertex");
+  EXPECT_TRUE(first == second);
+  EXPECT_EQ(associations.channelCount(), 1u);
+  EXPECT_TRUE(*associations.findChannel("vertex") == first);
+  EXPECT_EQ(first.name(), "vertex");
+}
+
+TEST(AssociationsChannels, LookupsOfMissingNamesChangeNothing) {
+  Associations associations;
+  associations.channel("face");
+  EXPECT_EQ(associations.findChannel("edge"), nullptr);
+  EXPECT_FALSE(associations.removeChannel("edge"));
+  EXPECT_EQ(associations.channelCount(), 1u);
+  EXPECT_TRUE(associations.removeChannel("face"));
+  EXPECT_TRUE(associations.empty());
+}
+
+TEST(AssociationsChannels, SetChannelReplacesSameName) {
+  Associations associations;
+  Channel old = associations.channel("face");
+  associations.channel("vertex");
+  Channel replacement("face");
+  associations.setChannel(replacement);
+  EXPECT_EQ(associations.channelCount(), 2u);
+  EXPECT_TRUE(*associations.findChannel("face") == replacement);
+  EXPECT_FALSE(*associations.findChannel("face") == old);
+  associations.setChannel(*associations.findChannel("face"));  // the stored value itself
+  EXPECT_TRUE(*associations.findChannel("face") == replacement);
+}
+
+TEST(AssociationsChannels, PositionsFollowNameOrder) {
+  Associations associations;
+  for (const char* name : {"vertex", "face", "edge"}) associations.channel(name);
+  EXPECT_EQ(names(associations), (std::vector<std::string>{"edge", "face", "vertex"}));
+  ASSERT_NE(associations[1], nullptr);
+  EXPECT_EQ(associations[1]->name(), "face");
+  EXPECT_EQ(associations[3], nullptr);
+  EXPECT_TRUE(associations.channelAt(2) == *associations.findChannel("vertex"));
+}
+
+TEST(AssociationsChannels, ChannelAtOutOfRangeGivesUnstoredUnnamedChannel) {
+  Associations associations;
+  associations.channel("a");
+  associations.channel("b");
+  Channel beyond = associations.channelAt(5);
+  EXPECT_EQ(beyond.name(), "Unnamed");
+  EXPECT_TRUE(beyond.empty());
+  EXPECT_EQ(associations.findChannel("Unnamed"), nullptr);
+  EXPECT_EQ(associations.channelCount(), 2u);
+}
+
+TEST(AssociationsChannels, RenameChannelNeverChangesAnything) {
+  Associations associations;
+  associations.channel("edge");
+  associations.channel("face");
+  EXPECT_FALSE(associations.renameChannel("edge", "vertex"));
+  EXPECT_FALSE(associations.renameChannel("corner", "vertex"));
+  EXPECT_FALSE(associations.renameChannel("corner", "edge"));
+  EXPECT_EQ(names(associations), (std::vector<std::string>{"edge", "face"}));
+}
+
+TEST(AssociationsSharing, HandlesShareTheImplementation) {
+  Associations original;
+  Associations copy(original);
+  Associations pointed(&original);
+  Associations assigned;
+  assigned = original;
+  original.channel("vertex");
+  EXPECT_EQ(copy.channelCount(), 1u);
+  EXPECT_EQ(pointed.channelCount(), 1u);
+  EXPECT_EQ(assigned.channelCount(), 1u);
+  EXPECT_EQ(Associations(nullptr).channelCount(), 0u);
+  std::unique_ptr<Associations> created(Associations::create());
+  EXPECT_TRUE(created->empty());
+}
+
+TEST(AssociationsSharing, MakeUniqueClonesChannelsAndStreams) {
+  StructureRef s = sample();
+  Associations original;
+  original.setChannel(channelWithValue(*s, "vertex", 1));
+  original.setChannel(channelWithValue(*s, "face", 2));
+  EXPECT_FALSE(original.makeUnique());  // not shared
+
+  Associations copy(original);
+  EXPECT_TRUE(copy.makeUnique());
+  EXPECT_EQ(names(copy), names(original));
+  EXPECT_FALSE(*copy.findChannel("vertex") == *original.findChannel("vertex"));
+  copy.removeChannel("face");
+  Stream* stream = copy.findChannel("vertex")->findDataStream("p");
+  Handle h = stream->element(Index(0));
+  h.setPositionByMemberName("v");
+  *h.asInt32() = 10;
+  EXPECT_EQ(valueIn(copy, "vertex"), 10);
+  EXPECT_EQ(valueIn(original, "vertex"), 1);
+  EXPECT_EQ(valueIn(original, "face"), 2);
+}
+
+TEST(AssociationsSharing, SharedWithEmptyChannelsSeparatesButReportsFalse) {
+  Associations original;
+  original.channel("vertex");
+  Associations copy(original);
+  EXPECT_FALSE(copy.makeUnique());
+  copy.channel("face");
+  EXPECT_EQ(original.channelCount(), 1u);
+}
+
+TEST(AssociationsIterator, PostIncrementDoesNotAdvance) {
+  Associations associations;
+  associations.channel("a");
+  associations.channel("b");
+  AssociationsIterator it = associations.begin();
+  AssociationsIterator old = it++;
+  EXPECT_EQ(it->name(), "a");
+  EXPECT_TRUE(old == it);
+  ++it;
+  EXPECT_EQ((*it).name(), "b");
+  ++it;
+  EXPECT_TRUE(it == associations.end());
+  ++it;
+  EXPECT_TRUE(it == associations.end());
+}
+
+TEST(AssociationsIterator, InvalidDereferenceThrowsExactTexts) {
+  Associations associations;
+  AssociationsIterator atEnd = associations.end();
+  const AssociationsIterator constAtEnd = associations.begin();
+  const auto message = [](auto&& call) {
+    try {
+      call();
+    } catch (const std::out_of_range& e) {
+      return std::string(e.what());
+    }
+    return std::string("no exception");
+  };
+  EXPECT_EQ(message([&] { *atEnd; }), "AssociationsImpl::Iterator::operator*");
+  EXPECT_EQ(message([&] { atEnd->name(); }), "AssociationsImpl::Iterator::operator->");
+  EXPECT_EQ(message([&] { constAtEnd->name(); }), "const AssociationsImpl::Iterator::operator->");
+  EXPECT_EQ(message([&] { *AssociationsIterator(); }), "AssociationsImpl::Iterator::operator*");
+}
+
+TEST(AttachDirectly, StartsWithoutMetadata) {
+  AttachDirectly object;
+  EXPECT_EQ(object.metadata(), nullptr);
+  EXPECT_EQ(object.editableMetadata(), nullptr);
+  EXPECT_TRUE(object.deleteMetadata());
+  AttachDirectly copy(object);
+  ASSERT_NE(copy.metadata(), nullptr);
+  EXPECT_TRUE(copy.metadata()->empty());
+}
+
+TEST(AttachDirectly, SetMetadataSharesUntilMadeUnique) {
+  Associations metadata;
+  AttachDirectly object;
+  EXPECT_TRUE(object.setMetadata(metadata));
+  Associations* held = object.editableMetadata();
+  ASSERT_NE(held, nullptr);
+  EXPECT_NE(held, &metadata);
+  EXPECT_TRUE(object.setMetadata(*held));
+  EXPECT_EQ(object.editableMetadata(), held);
+
+  AttachDirectly copy(object);
+  metadata.channel("vertex");
+  EXPECT_EQ(object.metadata()->channelCount(), 1u);
+  EXPECT_EQ(copy.metadata()->channelCount(), 1u);
+  copy.editableMetadata()->makeUnique();
+  copy.editableMetadata()->channel("face");
+  EXPECT_EQ(object.metadata()->channelCount(), 1u);
+
+  EXPECT_TRUE(object.deleteMetadata());
+  EXPECT_EQ(object.metadata(), nullptr);
+  EXPECT_EQ(copy.metadata()->channelCount(), 2u);
+}
+
+TEST(AttachDirectly, AssignmentMirrorsCopying) {
+  AttachDirectly source;
+  AttachDirectly target;
+  target = source;
+  ASSERT_NE(target.metadata(), nullptr);
+  source.setMetadata(Associations());
+  source.editableMetadata()->channel("edge");
+  target = source;
+  EXPECT_EQ(target.metadata()->channelCount(), 1u);
+  target = target;
+  EXPECT_EQ(target.metadata()->channelCount(), 1u);
+}
+
+}  // namespace
