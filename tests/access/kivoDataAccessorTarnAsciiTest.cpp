@@ -1,0 +1,484 @@
+// TarnAsciiEscaping.*  payload escaping and unescaping, byte for byte
+// TarnAsciiHeader.*    the header check: accepted headers, every message
+// TarnAsciiRead.*      the backward scan, statement messages, selective reads,
+//                      registry isolation, hostile files
+// TarnAsciiWrite.*     in-place rewrites: scene body untouched, trailer kept,
+//                      repeatable writes, the node-line rule, refusals
+#include <kivo/access/kivoDataAccessor.h>
+#include <kivo/access/kivoDataAccessorTarn.h>
+#include <kivo/data/kivoDataAssociations.h>
+#include <kivo/data/kivoDataChannel.h>
+#include <kivo/data/kivoDataHandle.h>
+#include <kivo/data/kivoDataIndex.h>
+#include <kivo/data/kivoDataStream.h>
+#include <kivo/data/kivoDataStructure.h>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <clocale>
+#include <utility>
+#include <memory>
+#include <string>
+
+#include "access/kivoAccessTestFiles.h"
+#include "access/kivoDataAccessorTarnInternal.h"
+#include "support/kivoOwnership.h"
+
+namespace {
+
+using kivo::Data::Accessor;
+using ExternalContent = kivo::Data::AccessorTarn::ExternalContent;
+using kivo::Data::Associations;
+using kivo::Data::Channel;
+using kivo::Data::Handle;
+using kivo::Data::Index;
+using kivo::Data::Member;
+using kivo::Data::Stream;
+using kivo::Data::Structure;
+using kivo::Test::asciiBody;
+using kivo::Test::kAsciiHeader;
+using kivo::Test::kAsciiTrailer;
+using kivo::Test::readBytes;
+using kivo::Test::writeBytes;
+
+struct Escape {
+  const char* text;
+  const char* escaped;
+};
+
+TEST(TarnAsciiEscaping, ValuesEscapeControlsQuotesAndBackslashes) {
+  const Escape cases[] = {
+      {"a\"b\\c\nd\te", "a\\\"b\\\\c\\nd\\te"},
+      {"\a\b\f\v\r", "\\a\\b\\f\\v\\r"},
+      {"\x01\x1f\x7f", "\\001\\037\\177"},
+      {"plain text; 'quoted'", "plain text; 'quoted'"},
+  };
+  for (const Escape& c : cases) {
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(kivo::Detail::escapeAsciiValue(c.text), c.escaped);
+    EXPECT_EQ(kivo::Detail::unescapeAsciiPayload(c.escaped), c.text);
+  }
+  EXPECT_EQ(kivo::Detail::escapeAsciiValue(std::string("a\0b", 3)), "a\\000b");
+  EXPECT_EQ(kivo::Detail::escapeAsciiStructureText("name=a\"b\\:int32=x\ny\t"),
+            "name=a\"b\\:int32=x\\ny\t");
+}
+
+TEST(TarnAsciiEscaping, UnescapingDecidesTheOpenCases) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"\\101\\60x\\0", std::string("A0x\0", 4)},  // octal ends at a non-octal character
+      {"\\777\\400", std::string("\xff\0", 2)},      // above 255: the low eight bits
+      {"\\1234", "S4"},                              // at most three digits
+      {"end\\", "end\\"},                            // a final backslash stands for itself
+      {"\\q\\\"\\\\", "q\"\\"},                      // anything else gives that character
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.first);
+    EXPECT_EQ(kivo::Detail::unescapeAsciiPayload(c.first), c.second);
+  }
+}
+
+TEST(TarnAsciiEscaping, EveryByteRoundTripsInEveryLocale) {
+  std::string all;
+  for (int c = 0; c < 256; ++c) all += static_cast<char>(c);
+  all += "\xc3\xa9 \xe2\x82\xac \xc3";  // valid UTF-8, then a cut sequence
+  const std::string previous = std::setlocale(LC_CTYPE, nullptr);
+  for (const char* locale : {"C", "C.UTF-8"}) {
+    SCOPED_TRACE(locale);
+    if (!std::setlocale(LC_CTYPE, locale)) continue;
+    const std::string escaped = kivo::Detail::escapeAsciiValue(all);
+    EXPECT_EQ(escaped.find_first_of(std::string("\n\r\t\0", 4)), std::string::npos);
+    EXPECT_EQ(kivo::Detail::unescapeAsciiPayload(escaped), all);
+    // Multibyte characters and invalid bytes are copied as they are.
+    EXPECT_NE(escaped.find("\xc3\xa9 \xe2\x82\xac \xc3"), std::string::npos);
+  }
+  std::setlocale(LC_CTYPE, previous.c_str());
+}
+
+// Scene files in a private folder; the structure "point" {int32 id, string
+// label} is registered in the process for each test.
+class TarnAscii : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fPoint = Structure::create();
+    fPoint->setName("point");
+    fPoint->addMember(Member::kInt32, 1, "id");
+    fPoint->addMember(Member::kString, 1, "label");
+    Structure::registerStructure(*fPoint);
+    fBefore = Structure::allStructures();
+  }
+  void TearDown() override {
+    EXPECT_EQ(Structure::allStructures(), fBefore);
+    Structure::deregisterStructure(*fPoint);
+  }
+
+  // Associations with channel "vertex", stream "values", element 3 labelled.
+  Associations pointsLabelled(const std::string& label) {
+    Stream stream(*fPoint, "values");
+    Handle h(*fPoint);
+    std::string errors;
+    h.setPositionByMemberName("id");
+    h.fromStr("7", 0, errors);
+    h.setPositionByMemberName("label");
+    h.fromStr(label, 0, errors);
+    stream.setElement(Index(3), h);
+    Channel channel("vertex");
+    channel.setDataStream(stream);
+    Associations associations;
+    associations.setChannel(channel);
+    return associations;
+  }
+
+  static std::string labelOf(const Associations& associations) {
+    const Channel* channel = associations.findChannel("vertex");
+    const Stream* stream = channel ? channel->findDataStream("values") : nullptr;
+    if (!stream) return "<no stream>";
+    Handle h = stream->element(Index(3));
+    h.setPositionByMemberName("label");
+    return h.str(0);
+  }
+
+  std::string file(const std::string& content, const std::string& name = "scene.ta") {
+    const std::string path = fFolder.path(name);
+    writeBytes(path, content);
+    return path;
+  }
+
+  static std::unique_ptr<Accessor> readOk(const std::string& path) {
+    std::string errors;
+    std::unique_ptr<Accessor> accessor = Accessor::readFile(path, errors);
+    EXPECT_NE(accessor, nullptr) << errors;
+    EXPECT_EQ(errors, "");
+    return accessor;
+  }
+
+  // Writes the point structure and the given associations into path.
+  void writeOk(Accessor& accessor, const Accessor::AssociationsMap& associations) {
+    accessor.setStructures({fPoint});
+    accessor.associations() = associations;
+    std::string errors;
+    EXPECT_TRUE(accessor.write(errors)) << errors;
+    EXPECT_EQ(errors, "");
+  }
+
+  Structure* fPoint = nullptr;
+  Structure::StructureSet fBefore;
+  kivo::Test::TempFolder fFolder;
+};
+
+struct Refused {
+  const char* content;
+  const char* errors;
+};
+
+TEST_F(TarnAscii, HeaderRefusesWithExactMessages) {
+  const Refused cases[] = {
+      {"", "Error reading header."},
+      {"//Tarn ASCII 2014\n", "Header too small."},
+      {"//Tarn ASCII 2014 scen\r\n", "Header too small."},
+      {"//Tarn Ascii 2014 scene\n", "Unexpected header start."},
+      {"//Tarn ASCII2014 scenes\n", "Unexpected header start."},
+      {"//Tarn ASCII 2014 scene file\n", "Unexpected header end."},
+      {"//Tarn ASCII 2013 scene\n", "Unsupported year."},
+      {"//Tarn ASCII x2020 scene\n", "Unsupported year."},
+  };
+  for (const Refused& c : cases) {
+    SCOPED_TRACE(c.content);
+    const std::string path = file(*c.content ? c.content + std::string(kAsciiTrailer) : "");
+    std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
+    std::string errors = "replaced";
+    EXPECT_FALSE(accessor->read(path, errors));
+    EXPECT_EQ(errors, c.errors);
+    EXPECT_FALSE(accessor->isFileSupported(path));
+  }
+  for (const char* header : {"//Tarn ASCII 2014 scene\n", "//Tarn ASCII 2014 scene\r\n",
+                             "//Tarn ASCII 2025 big scene"}) {
+    SCOPED_TRACE(header);
+    const std::string path = file(header);
+    EXPECT_TRUE(Accessor::accessorByExtension(path)->isFileSupported(path));
+    readOk(path);
+  }
+  EXPECT_FALSE(Accessor::accessorByExtension("ta")->isFileSupported(""));
+}
+
+TEST_F(TarnAscii, ReadRefusesBadStatementsWithExactMessages) {
+  const Refused cases[] = {
+      {"applyMetadata -fmt \"raw\" -v \"endAssociations\" \n\t\t;\n",
+       "Could not find Associations name."},
+      {"applyMetadata;\n", "Could not find Associations name."},
+      {"applyMetadata -fmt \"raw -v endAssociations \n\t\t-scn;\n",
+       "Error tokenizing format/value for associations."},
+      {"dataStructure -fmt \"raw\" -as \"name=S:int32=a;\n",
+       "Error tokenizing format/value for structure."},
+      {"dataStructure -fmt \"json\" -as \"name=S:int32=a\";\n",
+       "Could not find serializer for format json"},
+      {"applyMetadata -fmt \"\" -v \"endAssociations\" \n\t\tn;\n",
+       "Could not find serializer for format "},
+      {"dataStructure -fmt \"raw\" -as \"name=S\";\n",
+       "Structures must have a name and at least one member"},
+  };
+  for (const Refused& c : cases) {
+    SCOPED_TRACE(c.content);
+    const std::string content = asciiBody(0) + c.content + kAsciiTrailer;
+    const std::string path = file(content);
+    std::string errors;
+    EXPECT_EQ(Accessor::readFile(path, errors), nullptr);
+    EXPECT_EQ(errors, c.errors);
+    EXPECT_EQ(readBytes(path), content);
+  }
+}
+
+TEST_F(TarnAscii, ReadScansBackwardsAndStopsAtTheSceneBody) {
+  // Structures inside the body are not metadata; comments, blank lines and
+  // CR-LF line ends between statements are passed over; the names of the
+  // last statements span more than one block.
+  std::string content = asciiBody(3000);
+  content.insert(content.find("createNode"), "dataStructure -fmt \"raw\" -as \"name=inBody:int8=b\";\n");
+  const std::string longName(2500, 'n');
+  content += "dataStructure -fmt \"raw\" -as \"name=first:int32=a\";\r\n\n// comment;\n   \n";
+  for (int i = 0; i < 30; ++i)
+    content += "dataStructure -fmt \"raw\" -as \"name=s" + std::to_string(i) + ":int32=a\";\n";
+  content += "dataStructure -fmt \"raw\" -as \"name=" + longName + "\\nfloat[3]=v\";\n";
+  content += kAsciiTrailer;
+  std::unique_ptr<Accessor> accessor = readOk(file(content));
+  std::set<std::string> names;
+  for (const Structure* s : accessor->structures()) names.insert(s->name());
+  EXPECT_EQ(names.size(), 32u);
+  EXPECT_EQ(names.count("first") + names.count("s29") + names.count(longName), 3u);
+  EXPECT_EQ(names.count("inBody"), 0u);
+
+  // A file shorter than one block, metadata right after the header.
+  accessor = readOk(file(std::string(kAsciiHeader) +
+                         "dataStructure -fmt \"raw\" -as \"name=tiny:int32=a\";\n" + kAsciiTrailer));
+  ASSERT_EQ(accessor->structures().size(), 1u);
+  EXPECT_STREQ((*accessor->structures().begin())->name(), "tiny");
+}
+
+TEST_F(TarnAscii, ReadKeepsOnlyTheNamedStructuresAndAssociations) {
+  // The scene holds an external content table; node pCube1 holds points.
+  kivo::Detail::Ref<Structure> table(Structure::create());
+  table->setName(ExternalContent::getStructureName().c_str());
+  for (const char* member : {"node", "key", "upath", "rpath", "roles"})
+    table->addMember(Member::kString, 1, member);
+  Stream entries(*table, ExternalContent::getStreamName());
+  Handle entry(*table);
+  ExternalContent::setEntry(entry, "file1", "ftn", "a.png", "/p/a.png", {"tex;ture", "-"});
+  entries.setElement(Index(0), entry);
+  Associations scene;
+  scene.channel(ExternalContent::getChannelName()).setDataStream(entries);
+  const std::string path = file(asciiBody(100) + kAsciiTrailer);
+  {
+    std::unique_ptr<Accessor> writer = readOk(path);
+    writer->setStructures({fPoint, table.get()});
+    writer->associations() = {{"", scene}, {"pCube1", pointsLabelled("cube")}};
+    std::string errors;
+    ASSERT_TRUE(writer->write(errors)) << errors;
+  }
+  const std::set<std::string> structures{"point", "absent"}, associations{"pCube1"};
+  std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
+  std::string errors;
+  ASSERT_TRUE(accessor->read(path, &structures, &associations, errors)) << errors;
+  ASSERT_EQ(accessor->structures().size(), 1u);
+  EXPECT_STREQ((*accessor->structures().begin())->name(), "point");
+  ASSERT_EQ(accessor->associations().size(), 1u);
+  EXPECT_EQ(labelOf(accessor->associations().at("pCube1")), "cube");
+
+  Associations out;
+  ASSERT_TRUE(ExternalContent::readTable(path, out, errors)) << errors;
+  Stream* stream = ExternalContent::getStream(out);
+  ASSERT_NE(stream, nullptr);
+  Handle back = stream->element(Index(0));
+  std::string node, key, upath, rpath;
+  std::set<std::string> roles;
+  ExternalContent::getEntry(back, node, key, upath, rpath, roles);
+  EXPECT_EQ(node + " " + key + " " + upath + " " + rpath, "file1 ftn a.png /p/a.png");
+  EXPECT_EQ(roles, (std::set<std::string>{"tex;ture", "-"}));
+}
+
+TEST_F(TarnAscii, WriteInsertsMetadataBeforeTheTrailerAndReadsItBack) {
+  const std::string body = asciiBody(2000);
+  const std::string trailer = std::string(kAsciiTrailer) + "// more trailer text\n";
+  const std::string path = file(body + trailer);
+  std::unique_ptr<Accessor> accessor = readOk(path);
+  writeOk(*accessor, {{"", pointsLabelled("say \"hi\"\\\n\tthere")}, {"zeta", pointsLabelled("z")},
+                      {"|group|alpha", pointsLabelled("a")}});
+  const std::string written = readBytes(path);
+  ASSERT_EQ(written.compare(0, body.size(), body), 0);
+  ASSERT_EQ(written.compare(written.size() - trailer.size(), trailer.size(), trailer), 0);
+  const std::string section = written.substr(body.size(), written.size() - body.size() - trailer.size());
+  EXPECT_EQ(section.find("dataStructure -fmt \"raw\" -as \"name=point:int32=id:string=label\";\n"
+                         "applyMetadata -fmt \"raw\" -v \""),
+            0u);
+  // Node names in byte order ('|' after 'z'), the scene last.
+  const size_t zeta = section.find("\" \n\t\tzeta;\n");
+  const size_t group = section.find("\" \n\t\t|group|alpha;\n");
+  const size_t scene = section.find("\" \n\t\t-scn;\n");
+  EXPECT_LT(zeta, group);
+  EXPECT_LT(group, scene);
+  EXPECT_EQ(scene + 11, section.size());
+  EXPECT_NE(section.find("say \\\\\\\"hi\\\\\\\"\\\\\\\\\\\\n\\tthere"), std::string::npos) << section;
+
+  std::unique_ptr<Accessor> back = readOk(path);
+  ASSERT_EQ(back->structures().size(), 1u);
+  EXPECT_TRUE(**back->structures().begin() == *fPoint);
+  ASSERT_EQ(back->associations().size(), 3u);
+  EXPECT_EQ(labelOf(back->associations().at("")), "say \"hi\"\\\n\tthere");
+  EXPECT_EQ(labelOf(back->associations().at("|group|alpha")), "a");
+}
+
+TEST_F(TarnAscii, WritingTwiceLeavesTheFileAsWritingOnce) {
+  // Bodies of several lengths move the section across block boundaries.
+  for (size_t pad = 0; pad < 1100; pad += 137) {
+    SCOPED_TRACE(pad);
+    const std::string body = asciiBody(1500) + "//" + std::string(pad, '.') + "\n";
+    const std::string path = file(body + kAsciiTrailer);
+    std::unique_ptr<Accessor> accessor = readOk(path);
+    const Accessor::AssociationsMap scene{{"", pointsLabelled(std::string(900, 'x'))}};
+    writeOk(*accessor, scene);
+    const std::string once = readBytes(path);
+    writeOk(*accessor, scene);
+    EXPECT_EQ(readBytes(path), once);
+    writeOk(*readOk(path), scene);
+    EXPECT_EQ(readBytes(path), once);
+    EXPECT_EQ(once.compare(0, body.size(), body), 0);
+  }
+}
+
+TEST_F(TarnAscii, WriteReplacesOldMetadataAndTruncates) {
+  const std::string body = asciiBody(1200);
+  std::string old;
+  for (int i = 0; i < 60; ++i)
+    old += "dataStructure -fmt \"raw\" -as \"name=old" + std::to_string(i) + ":int32=a\";\n";
+  old += "applyMetadata -fmt \"raw\" -v \"endAssociations\\n\" \n\t\t-scn;\n";
+  const std::string path = file(body + old + kAsciiTrailer);
+  std::unique_ptr<Accessor> accessor = readOk(path);
+  ASSERT_EQ(accessor->structures().size(), 60u);
+  accessor->clear();
+  std::string errors;
+  ASSERT_TRUE(accessor->write(errors)) << errors;
+  EXPECT_EQ(readBytes(path), body + kAsciiTrailer);
+  // The section is gone; a new one goes before the trailer again.
+  writeOk(*accessor, {});
+  EXPECT_EQ(readBytes(path),
+            body + "dataStructure -fmt \"raw\" -as \"name=point:int32=id:string=label\";\n" +
+                kAsciiTrailer);
+}
+
+TEST_F(TarnAscii, RewriteKeepsTheNodeLineAndWhatFollowsAsTrailer) {
+  const std::string body = asciiBody(500);
+  const std::string path = file(body + kAsciiTrailer);
+  const Accessor::AssociationsMap metadata{{"", pointsLabelled("s")}, {"pCube1", pointsLabelled("c")}};
+  writeOk(*readOk(path), metadata);
+  const std::string once = readBytes(path);
+  const std::string section = once.substr(body.size(), once.size() - body.size() - std::string(kAsciiTrailer).size());
+  const std::string fromNodeLine = section.substr(section.find("\t\tpCube1;\n"));
+
+  std::unique_ptr<Accessor> accessor = readOk(path);
+  writeOk(*accessor, metadata);
+  EXPECT_EQ(readBytes(path), body + section + fromNodeLine + kAsciiTrailer);
+  std::unique_ptr<Accessor> back = readOk(path);
+  EXPECT_EQ(labelOf(back->associations().at("pCube1")), "c");
+  EXPECT_EQ(labelOf(back->associations().at("")), "s");
+}
+
+TEST_F(TarnAscii, WriteRefusesAFileChangedSinceItWasSeen) {
+  const std::string content = asciiBody(300) + kAsciiTrailer;
+  const std::string path = file(content);
+  std::unique_ptr<Accessor> accessor = readOk(path);
+  writeBytes(path, content + " ");
+  std::string errors;
+  accessor->setStructures({fPoint});
+  EXPECT_FALSE(accessor->write(errors));
+  EXPECT_EQ(errors, "The file " + path +
+                        " changed since this accessor last read or wrote it; read it again before writing.");
+  EXPECT_EQ(readBytes(path), content + " ");
+
+  // Same size, other modification time.
+  accessor = readOk(path);
+  const struct timespec times[2] = {{0, UTIME_OMIT}, {1000000000, 0}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  EXPECT_FALSE(accessor->write(errors));
+  EXPECT_EQ(readBytes(path), content + " ");
+
+  // A read that failed leaves nothing to write against.
+  const std::string bad = file("//Tarn ASCII 1999 scene\n" + std::string(kAsciiTrailer), "bad.ta");
+  accessor = Accessor::accessorByExtension(bad);
+  accessor->read(bad, errors);
+  errors.clear();
+  EXPECT_FALSE(accessor->write(errors));
+  EXPECT_EQ(errors, "The file " + bad +
+                        " was not read successfully by this accessor; read it before writing.");
+  errors.clear();
+  EXPECT_FALSE(Accessor::accessorByExtension("ta")->write(errors));
+  EXPECT_EQ(errors, "Could not open  for writing.");
+}
+
+TEST_F(TarnAscii, WriteRefusesFilesItCannotRewriteSafely) {
+  const std::string metadata = "dataStructure -fmt \"raw\" -as \"name=m:int32=a\";\n";
+  const Refused cases[] = {
+      {"", "Could not find trailer prefix."},
+      {"setAttr \".s\" -type \"string\" \"// End of scene.ta\";\n", "Could not find trailer prefix."},
+      {"dataStructure -fmt \"raw\" -as \"name=m:int32=a\";\n",
+       "Failed reading line while searching metadata end."},
+  };
+  for (const Refused& c : cases) {
+    SCOPED_TRACE(c.content);
+    const std::string content = asciiBody(1500) + c.content;
+    const std::string path = file(content);
+    std::unique_ptr<Accessor> accessor = readOk(path);
+    accessor->setStructures({fPoint});
+    std::string errors;
+    EXPECT_FALSE(accessor->write(errors));
+    EXPECT_EQ(errors, c.errors);
+    EXPECT_EQ(readBytes(path), content);
+  }
+  for (const char* node : {"two words", "a;b", "-scn", "q\"uote", "//x"}) {
+    SCOPED_TRACE(node);
+    const std::string content = asciiBody(100) + metadata + kAsciiTrailer;
+    const std::string path = file(content);
+    std::unique_ptr<Accessor> accessor = readOk(path);
+    accessor->associations()[node] = Associations();
+    std::string errors;
+    EXPECT_FALSE(accessor->write(errors));
+    EXPECT_EQ(errors, std::string("The node name \"") + node +
+                          "\" cannot be written as an applyMetadata target.\n"
+                          "Could not write node associations statement to file.");
+    EXPECT_EQ(readBytes(path), content);
+  }
+}
+
+TEST_F(TarnAscii, HostileFilesGetAMessageAndStayUnchanged) {
+  const std::string body = asciiBody(2000);
+  const std::string written = [&] {
+    const std::string path = file(body + kAsciiTrailer, "good.ta");
+    writeOk(*readOk(path), {{"", pointsLabelled("v")}});
+    return readBytes(path);
+  }();
+  const Refused cases[] = {
+      // cut inside the associations value
+      {"cut", "Error tokenizing format/value for associations."},
+      // CR-only line ends: one long first line
+      {"cr", "Unexpected header end."},
+  };
+  for (const Refused& c : cases) {
+    SCOPED_TRACE(c.content);
+    std::string content = written.substr(0, written.rfind("-v \"") + 4);
+    if (std::string(c.content) == "cr") {
+      content = written;
+      for (char& ch : content)
+        if (ch == '\n') ch = '\r';
+    }
+    const std::string path = file(content);
+    std::string errors;
+    EXPECT_EQ(Accessor::readFile(path, errors), nullptr);
+    EXPECT_EQ(errors, c.errors);
+    EXPECT_EQ(readBytes(path), content);
+  }
+  // Invalid UTF-8 inside a string value is carried through unchanged.
+  const std::string path = file(body + kAsciiTrailer, "bytes.ta");
+  writeOk(*readOk(path), {{"", pointsLabelled("\xff\xfe bad \xc3")}});
+  EXPECT_EQ(labelOf(readOk(path)->associations().at("")), "\xff\xfe bad \xc3");
+}
+
+}  // namespace
