@@ -6,11 +6,14 @@
 #pragma once
 
 #include <cstdint>
+#include <iosfwd>
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace kivo::Data {
+class Associations;
 class Structure;
 }  // namespace kivo::Data
 
@@ -80,5 +83,66 @@ std::string escapeAsciiValue(const std::string& text);
 // 255); a backslash and any other character that character; a backslash at
 // the very end stands for itself.
 std::string unescapeAsciiPayload(const std::string& text);
+
+// Binary scene files ("tb"): chunk headers, the search for the trailer and
+// the payload conversion, defined with the binary accessor. All sizes are
+// unsigned and big-endian; a chunk is a 16-byte header (tag, four zero
+// bytes, 8-byte size), its data and zero padding up to a multiple of 8.
+
+// The direction of a payload conversion: from the locale's code set to UTF-8
+// for writing, back for reading.
+enum class eConversionType { ToUtf8, FromUtf8 };
+
+// text converted with iconv, up to the first NUL of the result; "" when the
+// converter cannot be opened or a character does not convert. converted,
+// when given, is set to whether the whole text converted (a failure, or a
+// result cut at a NUL, sets it false).
+std::string convertString(const std::string& text, eConversionType type,
+                          bool* converted = nullptr);
+
+// The tag and the data size (padding excluded) of one chunk.
+struct ChunkHeader {
+  std::string tag;
+  uint64_t size = 0;
+};
+
+class BinaryReader {
+ public:
+  // Reads 16 bytes into buffer (resized to 16): bytes 0-3 are the tag, 8-15
+  // the size. After a short read the stream has failed and the header is
+  // empty.
+  static ChunkHeader readChunkHeader(std::istream& in, std::vector<char>& buffer);
+  // Checks the main group ("FOR8" ... "Tarn" in the first 20 bytes), finds
+  // the trailer-size chunk ("BCSZ", size 4) at the end of the main group and
+  // leaves the stream at the start of the trailer content, its backward
+  // offset before that chunk. Sets the three positions (main size field,
+  // trailer group size field, trailer-size chunk) and returns true; on
+  // failure the message replaces errors. Sizes the file's length does not
+  // back, and a trailer start inside the first 40 bytes, are refused.
+  static bool seekToTrailerStart(std::istream& in, uint64_t& mainChunkSizePosition,
+                                 uint64_t& trailerSizePosition,
+                                 uint64_t& trailerSizeChunkPosition, std::string& errors);
+};
+
+class BinaryWriter {
+ public:
+  // The size as 8 big-endian bytes.
+  static void writeChunkSize(std::ostream& out, uint64_t size);
+  // One chunk: tag (four characters), four zero bytes, data size, data,
+  // padding. True when the stream is still good.
+  static bool writeChunk(std::ostream& out, const std::string& tag, const std::string& data);
+  // A "DATS" chunk: format and text, each with its NUL (size: text length
+  // plus format length plus 2). text is written as given (already UTF-8).
+  static bool writeStructureChunk(std::ostream& out, const std::string& format,
+                                  const std::string& text);
+  // Serializes associations with the "raw" format, converts the text to
+  // UTF-8 and writes a chunk chunkName: target name, format and text, each
+  // with its NUL. False, writing nothing, when there is no such format, the
+  // serializer fails, the text does not convert or the name holds a NUL;
+  // the reasons are appended to errors.
+  static bool writeAssociationsChunk(std::ostream& out, const std::string& chunkName,
+                                     const std::string& targetName,
+                                     const Data::Associations& associations, std::string& errors);
+};
 
 }  // namespace kivo::Detail

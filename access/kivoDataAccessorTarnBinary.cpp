@@ -1,0 +1,748 @@
+// The accessor of binary scene files ("tb"): trees of tagged chunks with
+// 64-bit big-endian sizes. The metadata lives in the trailer group, the last
+// child of the main group, and a trailer-size chunk ("BCSZ") at the very end
+// of the file gives the way back to the trailer's start, so that neither
+// reading nor writing walks the scene. Reading parses only the trailer;
+// writing rebuilds the trailer content in memory, writes it from the trailer
+// group's size field on, patches the main size and truncates the file.
+#include <kivo/access/kivoDataAccessor.h>
+
+#include <iconv.h>
+
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <kivo/access/kivoDataAccessorTarn.h>
+#include <kivo/data/kivoDataAssociations.h>
+#include <kivo/data/kivoDataStructure.h>
+#include <kivo/serialize/kivoDataAssociationsSerializer.h>
+#include <kivo/serialize/kivoDataStructureSerializer.h>
+
+#include "access/kivoDataAccessorTarnInternal.h"
+
+namespace kivo::Data {
+namespace {
+
+using Tags = AccessorTarn::Binary;
+
+constexpr uint64_t kHeaderSize = 16;
+// The main group's header and its form type "Tarn".
+constexpr uint64_t kIdentificationSize = 20;
+constexpr uint64_t kFormTypeSize = 4;
+// The trailer-size chunk: header, 4-byte backward offset, 4 bytes padding.
+constexpr uint64_t kTrailerSizeChunkSize = 24;
+constexpr uint64_t kBackwardOffsetSize = 4;
+// The backward offset counts from its own end back to the trailer content:
+// the content before the trailer-size chunk plus this.
+constexpr uint64_t kBackwardOffsetExtra = 20;
+// The trailer group's size: its content plus its form type and the
+// trailer-size chunk.
+constexpr uint64_t kTrailerSizeExtra = kFormTypeSize + kTrailerSizeChunkSize;
+// The trailer content starts after the trailer group's size field and form
+// type; that group's header cannot begin before the end of the main group's
+// header and form type.
+constexpr uint64_t kContentAfterSizeField = 8 + kFormTypeSize;
+constexpr uint64_t kFirstTrailerSizePosition = kIdentificationSize + 8;
+constexpr uint64_t kFirstContentPosition = kFirstTrailerSizePosition + kContentAfterSizeField;
+constexpr char kRawFormat[] = "raw";
+
+constexpr char kFileNotValid[] = "File not valid.";
+constexpr char kNoIdentification[] = "Could not read file identification.";
+constexpr char kNotSupported[] = "Not a supported file type.";
+constexpr char kNoMainChunkEnd[] = "Error seeking to the end of main chunk.";
+constexpr char kNoTrailerSizeHeader[] = "Error reading the trailer-size chunk header.";
+constexpr char kNoTrailerSizeChunk[] = "File does not end with trailer-size chunk.";
+constexpr char kBadTrailerSizeChunk[] = "Invalid trailer-size chunk.";
+constexpr char kNoBackwardOffset[] = "Could not read trailer backward offset.";
+constexpr char kNoTrailerStart[] = "Could not seek to start of trailer.";
+constexpr char kEmptyFileName[] = "Empty file name.";
+constexpr char kCouldNotOpen[] = "Could not open ";
+constexpr char kForWriting[] = " for writing.";
+constexpr char kStructureChunkUnread[] = "Could not read data structure chunk.";
+constexpr char kApplyChunkUnread[] = "Could not read apply metadata chunk.";
+constexpr char kChunkHeaderUnread[] = "Could not read chunk header in trailer.";
+constexpr char kChunkUnskipped[] = "Could not skip chunk in trailer.";
+constexpr char kStructureUnconverted[] =
+    "Could not convert the text of a data structure chunk from UTF-8.";
+constexpr char kNoSeekContent[] = "Could not seek to trailer start.";
+constexpr char kHeaderBeforeMetadata[] = "Error reading chunk header before metadata.";
+constexpr char kChunkBeforeMetadata[] = "Error reading chunk before metadata.";
+constexpr char kStructureChunkUnskipped[] = "Error skipping data structure chunk.";
+constexpr char kBackwardChunkUnskipped[] = "Error skipping backward size chunk.";
+constexpr char kMetadataUnskipped[] = "Error skipping existing metadata chunks.";
+constexpr char kStructureNotWritten[] = "Could not write structure chunk to in-memory trailer.";
+constexpr char kSceneNotWritten[] =
+    "Could not write scene associations chunk to in-memory trailer.";
+constexpr char kNodeNotWritten[] = "Could not write node associations chunk to in-memory trailer.";
+constexpr char kTrailerTooLarge[] =
+    "The new trailer is too large for the backward offset of the trailer-size chunk.";
+constexpr char kNoSeekTrailerSize[] = "Failed to seek to the trailer size position.";
+constexpr char kTrailerSizeUnwritten[] = "Failed to write the new trailer size.";
+constexpr char kNoSeekTrailerData[] = "Failed to seek to the trailer data start.";
+constexpr char kTrailerUnwritten[] = "Failed to write the new trailer.";
+constexpr char kBackwardSizeUnwritten[] = "Failed to write the backward chunk size.";
+// Kept as the format's writers have always said it.
+constexpr char kNoSeekMainSize[] = "Failed to the main chunk size position.";
+constexpr char kMainSizeUnwritten[] = "Failed to write the new main chunk size.";
+constexpr char kNotTruncated[] = "Could not truncate the file.";
+
+std::string associationsLabel(const std::string& name) {
+  return name == AccessorTarn::getSceneAssociationsName() ? "the scene associations"
+                                                          : "the associations of node \"" + name + "\"";
+}
+
+std::string associationsUnconverted(const std::string& name) {
+  return "Could not convert the text of " + associationsLabel(name) + " from UTF-8.";
+}
+
+std::string associationsNotConvertible(const std::string& name) {
+  return "Could not convert the text of " + associationsLabel(name) + " to UTF-8.";
+}
+
+std::string structureNotConvertible(const char* name) {
+  return std::string("Could not convert the text of structure \"") + (name ? name : "") +
+         "\" to UTF-8.";
+}
+
+std::string nameWithNul(const std::string& name) {
+  return "The node name \"" + name + "\" holds a NUL character and cannot be written.";
+}
+
+std::string positionsChanged(const std::string& fileName) {
+  return "The chunk sizes of " + fileName +
+         " do not describe its trailer as this accessor found it; the file is left unchanged.";
+}
+
+// Big-endian numbers ----------------------------------------------------------
+
+uint64_t bigEndian(const char* bytes, size_t width) {
+  uint64_t value = 0;
+  for (size_t i = 0; i < width; ++i) value = (value << 8) | static_cast<unsigned char>(bytes[i]);
+  return value;
+}
+
+std::string bigEndianBytes(uint64_t value, size_t width) {
+  std::string bytes(width, '\0');
+  for (size_t i = width; i-- > 0; value >>= 8) bytes[i] = static_cast<char>(value & 0xFF);
+  return bytes;
+}
+
+// The zero bytes that follow size bytes of chunk data.
+uint64_t paddingOf(uint64_t size) { return size % 8 == 0 ? 0 : 8 - size % 8; }
+
+// The bytes a chunk of this data size takes after its header, padding
+// included, when they fit in room; false otherwise (also when the padded
+// size would not fit in 64 bits).
+bool paddedSizeWithin(uint64_t size, uint64_t room, uint64_t& padded) {
+  if (size > room || paddingOf(size) > room - size) return false;
+  padded = size + paddingOf(size);
+  return true;
+}
+
+// The length of a file open in in, from its end; false when seeking fails.
+bool streamLength(std::istream& in, uint64_t& length) {
+  in.clear();
+  if (!in.seekg(0, std::ios::end)) return false;
+  const std::streamoff end = in.tellg();
+  if (end < 0) return false;
+  length = static_cast<uint64_t>(end);
+  return true;
+}
+
+bool seekTo(std::istream& in, uint64_t position) {
+  if (position > static_cast<uint64_t>(std::numeric_limits<std::streamoff>::max())) return false;
+  in.clear();
+  return static_cast<bool>(in.seekg(static_cast<std::streamoff>(position)));
+}
+
+// Reads count bytes at the current position into out; out is sized only
+// after the caller checked that the file holds them.
+bool readBytes(std::istream& in, uint64_t count, std::string& out) {
+  out.assign(static_cast<size_t>(count), '\0');
+  return count == 0 || static_cast<bool>(in.read(&out[0], static_cast<std::streamsize>(count)));
+}
+
+bool skipBytes(std::istream& in, uint64_t count) {
+  return count == 0 || static_cast<bool>(in.seekg(static_cast<std::streamoff>(count), std::ios::cur));
+}
+
+// The NUL-terminated strings at the start of data; false when data ends
+// before the last of them is terminated.
+bool splitStrings(const std::string& data, std::string* const* strings, size_t count) {
+  size_t at = 0;
+  for (size_t i = 0; i < count; ++i) {
+    const size_t nul = data.find('\0', at);
+    if (nul == std::string::npos) return false;
+    strings[i]->assign(data, at, nul - at);
+    at = nul + 1;
+  }
+  return true;
+}
+
+// Conversion --------------------------------------------------------------------
+
+// The one owner of an iconv conversion descriptor; move-only.
+class Converter {
+ public:
+  Converter(const char* to, const char* from) : fHandle(::iconv_open(to, from)) {}
+  ~Converter() {
+    if (valid()) ::iconv_close(fHandle);
+  }
+  Converter(Converter&& other) noexcept : fHandle(std::exchange(other.fHandle, invalid())) {}
+  Converter& operator=(Converter&& other) noexcept {
+    std::swap(fHandle, other.fHandle);
+    return *this;
+  }
+  Converter(const Converter&) = delete;
+  Converter& operator=(const Converter&) = delete;
+
+  bool valid() const { return fHandle != invalid(); }
+  iconv_t get() const { return fHandle; }
+
+ private:
+  static iconv_t invalid() { return reinterpret_cast<iconv_t>(static_cast<intptr_t>(-1)); }
+  iconv_t fHandle;
+};
+
+// The metadata read from the trailer, for associations read after every
+// structure is registered (their streams name structures).
+struct FoundAssociations {
+  std::string name;
+  std::string format;
+  std::string text;
+};
+
+}  // namespace
+}  // namespace kivo::Data
+
+namespace kivo::Detail {
+
+std::string convertString(const std::string& text, eConversionType type, bool* converted) {
+  if (converted) *converted = false;
+  if (text.empty()) {
+    if (converted) *converted = true;
+    return std::string();
+  }
+  const bool toUtf8 = type == eConversionType::ToUtf8;
+  Data::Converter converter(toUtf8 ? "UTF-8" : "", toUtf8 ? "" : "UTF-8");
+  if (!converter.valid()) return std::string();
+  std::vector<char> output(text.size() * 4, '\0');
+  char* in = const_cast<char*>(text.data());
+  size_t inLeft = text.size();
+  char* out = output.data();
+  size_t outLeft = output.size();
+  const size_t failed = static_cast<size_t>(-1);
+  if (::iconv(converter.get(), &in, &inLeft, &out, &outLeft) == failed ||
+      ::iconv(converter.get(), nullptr, nullptr, &out, &outLeft) == failed)
+    return std::string();
+  const size_t produced = output.size() - outLeft;
+  std::string result(output.data(), ::strnlen(output.data(), produced));
+  if (converted) *converted = result.size() == produced;
+  return result;
+}
+
+ChunkHeader BinaryReader::readChunkHeader(std::istream& in, std::vector<char>& buffer) {
+  buffer.assign(Data::kHeaderSize, '\0');
+  ChunkHeader header;
+  if (!in.read(buffer.data(), static_cast<std::streamsize>(buffer.size()))) return header;
+  header.tag.assign(buffer.data(), 4);
+  header.size = Data::bigEndian(buffer.data() + 8, 8);
+  return header;
+}
+
+bool BinaryReader::seekToTrailerStart(std::istream& in, uint64_t& mainChunkSizePosition,
+                                      uint64_t& trailerSizePosition,
+                                      uint64_t& trailerSizeChunkPosition, std::string& errors) {
+  using namespace Data;
+  if (!in.good()) {
+    errors = kFileNotValid;
+    return false;
+  }
+  char identification[kIdentificationSize];
+  if (!in.read(identification, sizeof identification)) {
+    errors = kNoIdentification;
+    return false;
+  }
+  if (std::string(identification, 4) != Tags::getFormChunkName() ||
+      std::string(identification + 16, 4) != Tags::getMainFormChunkType()) {
+    errors = kNotSupported;
+    return false;
+  }
+  // The last 24 bytes of the main group must be in the file.
+  const uint64_t mainSize = bigEndian(identification + 8, 8);
+  uint64_t length = 0;
+  if (!streamLength(in, length) || mainSize < 8 || length < kTrailerSizeChunkSize ||
+      mainSize - 8 > length - kTrailerSizeChunkSize || !seekTo(in, mainSize - 8)) {
+    errors = kNoMainChunkEnd;
+    return false;
+  }
+  std::vector<char> buffer;
+  const ChunkHeader header = readChunkHeader(in, buffer);
+  if (!in) {
+    errors = kNoTrailerSizeHeader;
+    return false;
+  }
+  if (header.tag != Tags::getBackwardChunkSizeChunkName()) {
+    errors = kNoTrailerSizeChunk;
+    return false;
+  }
+  if (header.size != kBackwardOffsetSize) {
+    errors = kBadTrailerSizeChunk;
+    return false;
+  }
+  char offset[kBackwardOffsetSize];
+  if (!in.read(offset, sizeof offset)) {
+    errors = kNoBackwardOffset;
+    return false;
+  }
+  // The trailer content lies between the end of the main group's header and
+  // form type, the trailer group's header and form type, and this chunk.
+  const uint64_t backward = bigEndian(offset, kBackwardOffsetSize);
+  const uint64_t offsetEnd = mainSize - 8 + kHeaderSize + kBackwardOffsetSize;
+  if (backward < kBackwardOffsetExtra || backward > offsetEnd ||
+      offsetEnd - backward < kFirstContentPosition || !seekTo(in, offsetEnd - backward)) {
+    errors = kNoTrailerStart;
+    return false;
+  }
+  mainChunkSizePosition = 8;
+  trailerSizePosition = offsetEnd - backward - kContentAfterSizeField;
+  trailerSizeChunkPosition = mainSize - 8;
+  return true;
+}
+
+void BinaryWriter::writeChunkSize(std::ostream& out, uint64_t size) {
+  const std::string bytes = Data::bigEndianBytes(size, 8);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+bool BinaryWriter::writeChunk(std::ostream& out, const std::string& tag, const std::string& data) {
+  std::string header = tag;
+  header.resize(4, ' ');
+  header.append(4, '\0');
+  out.write(header.data(), static_cast<std::streamsize>(header.size()));
+  writeChunkSize(out, data.size());
+  out.write(data.data(), static_cast<std::streamsize>(data.size()));
+  const std::string padding(static_cast<size_t>(Data::paddingOf(data.size())), '\0');
+  out.write(padding.data(), static_cast<std::streamsize>(padding.size()));
+  return out.good();
+}
+
+bool BinaryWriter::writeStructureChunk(std::ostream& out, const std::string& format,
+                                       const std::string& text) {
+  std::string data;
+  data.reserve(format.size() + text.size() + 2);
+  data.append(format).append(1, '\0').append(text).append(1, '\0');
+  return writeChunk(out, Data::Tags::getMetaDataStructureChunkName(), data);
+}
+
+bool BinaryWriter::writeAssociationsChunk(std::ostream& out, const std::string& chunkName,
+                                          const std::string& targetName,
+                                          const Data::Associations& associations,
+                                          std::string& errors) {
+  const Data::AssociationsSerializer* serializer =
+      Data::AssociationsSerializer::formatByName(Data::kRawFormat);
+  if (!serializer) return false;
+  if (targetName.find('\0') != std::string::npos) {
+    appendMessage(errors, Data::nameWithNul(targetName));
+    return false;
+  }
+  std::ostringstream text;
+  std::string messages;
+  if (serializer->write(associations, text, messages) != 0 || !text) {
+    if (!messages.empty()) appendMessage(errors, messages);
+    return false;
+  }
+  bool converted = false;
+  const std::string utf8 = convertString(text.str(), eConversionType::ToUtf8, &converted);
+  if (!converted) {
+    appendMessage(errors, Data::associationsNotConvertible(targetName));
+    return false;
+  }
+  const std::string format = serializer->formatType();
+  std::string data;
+  data.reserve(targetName.size() + format.size() + utf8.size() + 3);
+  data.append(targetName).append(1, '\0').append(format).append(1, '\0').append(utf8).append(1, '\0');
+  return writeChunk(out, chunkName, data);
+}
+
+}  // namespace kivo::Detail
+
+namespace kivo::Data {
+namespace {
+
+// The accessor ------------------------------------------------------------------
+
+class TarnBinaryFileAccessor : public Accessor {
+ public:
+  TarnBinaryFileAccessor() = default;
+  ~TarnBinaryFileAccessor() override = default;
+
+  bool write(std::string& errors) const override;
+  bool isFileSupported(const std::string& fileName) const override;
+
+ protected:
+  bool performRead(const std::set<std::string>* structureNames,
+                   const std::set<std::string>* associationsNames, std::string& errors) override;
+
+ private:
+  bool readTrailer(std::istream& in, const std::set<std::string>* structureNames,
+                   const std::set<std::string>* associationsNames, std::string& errors);
+  bool composeMetadata(std::string& metadata, std::string& errors) const;
+  bool positionsHold(std::istream& file, uint64_t length, std::string& errors) const;
+  bool rebuildTrailer(std::istream& file, const std::string& metadata, std::string& content,
+                      std::string& errors) const;
+  bool writeTrailer(std::fstream& file, const std::string& content, uint64_t& fileLength,
+                    std::string& errors) const;
+
+  // Set by a successful read: the main group's size field (always 8) and
+  // the trailer group's size field.
+  uint64_t fMainChunkSizePosition = 0;
+  uint64_t fTrailerSizePosition = 0;
+  // The trailer-size chunk and the file's size and modification time, as
+  // this accessor last saw them (at its read or its own last write).
+  mutable uint64_t fTrailerSizeChunkPosition = 0;
+  mutable Detail::FileStamp fStamp;
+};
+
+bool TarnBinaryFileAccessor::isFileSupported(const std::string& fileName) const {
+  if (fileName.empty()) return false;
+  std::ifstream in(fileName, std::ios::binary);
+  if (!in.is_open()) return false;
+  uint64_t mainPosition = 0, trailerPosition = 0, chunkPosition = 0;
+  std::string ignored;
+  return Detail::BinaryReader::seekToTrailerStart(in, mainPosition, trailerPosition,
+                                                  chunkPosition, ignored);
+}
+
+bool TarnBinaryFileAccessor::performRead(const std::set<std::string>* structureNames,
+                                         const std::set<std::string>* associationsNames,
+                                         std::string& errors) {
+  fMainChunkSizePosition = 0;
+  fTrailerSizePosition = 0;
+  fTrailerSizeChunkPosition = 0;
+  fStamp = Detail::FileStamp();
+  const std::string& name = fileName();
+  if (name.empty()) {
+    Detail::appendMessage(errors, kEmptyFileName);
+    return false;
+  }
+  std::ifstream in(name, std::ios::binary);
+  const Detail::FileStamp stamp = Detail::fileStamp(name);
+  uint64_t mainPosition = 0, trailerPosition = 0, chunkPosition = 0;
+  if (!Detail::BinaryReader::seekToTrailerStart(in, mainPosition, trailerPosition, chunkPosition,
+                                                errors))
+    return false;
+  fMainChunkSizePosition = mainPosition;
+  fTrailerSizePosition = trailerPosition;
+  fTrailerSizeChunkPosition = chunkPosition;
+  if (!readTrailer(in, structureNames, associationsNames, errors)) return false;
+  fStamp = stamp;
+  return true;
+}
+
+// Walks the trailer content from the stream's position to the trailer-size
+// chunk: registers the wanted structures at once, then reads the wanted
+// associations. Never reads a chunk that does not end before the
+// trailer-size chunk.
+bool TarnBinaryFileAccessor::readTrailer(std::istream& in,
+                                         const std::set<std::string>* structureNames,
+                                         const std::set<std::string>* associationsNames,
+                                         std::string& errors) {
+  Detail::WantedNames wantedStructures(structureNames);
+  Detail::WantedNames wantedAssociations(associationsNames);
+  std::vector<FoundAssociations> found;
+  std::vector<char> buffer;
+  std::string data;
+  bool ok = true;
+  uint64_t position = fTrailerSizePosition + kContentAfterSizeField;
+  const uint64_t end = fTrailerSizeChunkPosition;
+  while (position < end) {
+    if (end - position < kHeaderSize) {
+      Detail::appendMessage(errors, kChunkHeaderUnread);
+      return false;
+    }
+    const Detail::ChunkHeader header = Detail::BinaryReader::readChunkHeader(in, buffer);
+    if (!in) {
+      Detail::appendMessage(errors, kChunkHeaderUnread);
+      return false;
+    }
+    const bool isStructure = header.tag == Tags::getMetaDataStructureChunkName();
+    const bool isApply = header.tag == Tags::getApplyNodeMetaDataChunkName() ||
+                         header.tag == Tags::getApplySceneMetaDataChunkName();
+    const char* failure =
+        isStructure ? kStructureChunkUnread : isApply ? kApplyChunkUnread : kChunkUnskipped;
+    uint64_t padded = 0;
+    if (!paddedSizeWithin(header.size, end - position - kHeaderSize, padded)) {
+      Detail::appendMessage(errors, failure);
+      return false;
+    }
+    position += kHeaderSize + padded;
+    if (!isStructure && !isApply) {
+      if (!skipBytes(in, padded)) {
+        Detail::appendMessage(errors, failure);
+        return false;
+      }
+      continue;
+    }
+    std::string name, format, text;
+    std::string* const structureParts[] = {&format, &text};
+    std::string* const applyParts[] = {&name, &format, &text};
+    if (!readBytes(in, header.size, data) || !skipBytes(in, padded - header.size) ||
+        !(isStructure ? splitStrings(data, structureParts, 2) : splitStrings(data, applyParts, 3))) {
+      Detail::appendMessage(errors, failure);
+      return false;
+    }
+    if (isStructure) {
+      bool converted = false;
+      text = Detail::convertString(text, Detail::eConversionType::FromUtf8, &converted);
+      if (!converted) {
+        Detail::appendMessage(errors, kStructureUnconverted);
+        ok = false;
+      } else if (std::unique_ptr<Structure> structure =
+                     AccessorTarn::deserializeStructure(format, text, errors)) {
+        Detail::keepStructureIfWanted(std::move(structure), wantedStructures);
+      } else {
+        ok = false;
+      }
+    } else if (wantedAssociations.take(name)) {
+      bool converted = false;
+      text = Detail::convertString(text, Detail::eConversionType::FromUtf8, &converted);
+      if (converted) {
+        found.push_back({name, format, text});
+      } else {
+        Detail::appendMessage(errors, associationsUnconverted(name));
+        ok = false;
+      }
+    }
+    if (wantedStructures.exhausted() && wantedAssociations.exhausted()) break;
+  }
+  // The structures are registered now: the streams that name them can be read.
+  for (const FoundAssociations& entry : found) {
+    Associations associations;
+    if (AccessorTarn::deserializeAssociations(entry.format, entry.text, associations, errors)) {
+      this->associations()[entry.name] = associations;
+    } else {
+      ok = false;
+    }
+  }
+  return ok;
+}
+
+bool TarnBinaryFileAccessor::write(std::string& errors) const {
+  // Every payload is serialized and converted before the file is touched.
+  std::string metadata;
+  if (!composeMetadata(metadata, errors)) return false;
+  const std::string& name = fileName();
+  std::fstream file(name, std::ios::in | std::ios::out | std::ios::binary);
+  if (!file.is_open()) {
+    Detail::appendMessage(errors, kCouldNotOpen + name + kForWriting);
+    return false;
+  }
+  if (!Detail::fileUnchanged(name, fStamp, errors)) return false;
+  if (!positionsHold(file, fStamp.size, errors)) return false;
+  if (!seekTo(file, fTrailerSizePosition + kContentAfterSizeField)) {
+    Detail::appendMessage(errors, kNoSeekContent);
+    return false;
+  }
+  std::string content;
+  if (!rebuildTrailer(file, metadata, content, errors)) return false;
+  if (content.size() > std::numeric_limits<uint32_t>::max() - kBackwardOffsetExtra) {
+    Detail::appendMessage(errors, kTrailerTooLarge);
+    return false;
+  }
+  // From here on the file changes; a failure leaves nothing to write against.
+  uint64_t length = 0;
+  bool ok = writeTrailer(file, content, length, errors);
+  file.close();
+  if (ok && (file.fail() || !AccessorTarn::truncateFile(name, length))) {
+    Detail::appendMessage(errors, kNotTruncated);
+    ok = false;
+  }
+  if (!ok) {
+    fStamp = Detail::FileStamp();
+    return false;
+  }
+  fStamp = Detail::fileStamp(name);
+  fTrailerSizeChunkPosition = length - kTrailerSizeChunkSize;
+  return true;
+}
+
+// The new metadata chunks: one "DATS" per structure in set order, the scene
+// associations as "SMTD", then one "MTDA" per node in map order.
+bool TarnBinaryFileAccessor::composeMetadata(std::string& metadata, std::string& errors) const {
+  std::ostringstream out;
+  const StructureSerializer* serializer = StructureSerializer::formatByName(kRawFormat);
+  for (const Structure* structure : structures()) {
+    std::ostringstream text;
+    if (!serializer || serializer->write(*structure, text) != 0 || !text) {
+      Detail::appendMessage(errors, kStructureNotWritten);
+      return false;
+    }
+    bool converted = false;
+    const std::string utf8 =
+        Detail::convertString(text.str(), Detail::eConversionType::ToUtf8, &converted);
+    if (!converted) {
+      Detail::appendMessage(errors, structureNotConvertible(structure->name()));
+      Detail::appendMessage(errors, kStructureNotWritten);
+      return false;
+    }
+    if (!Detail::BinaryWriter::writeStructureChunk(out, serializer->formatType(), utf8)) {
+      Detail::appendMessage(errors, kStructureNotWritten);
+      return false;
+    }
+  }
+  const std::string& scene = AccessorTarn::getSceneAssociationsName();
+  const auto sceneEntry = associations().find(scene);
+  if (sceneEntry != associations().end() &&
+      !Detail::BinaryWriter::writeAssociationsChunk(out, Tags::getApplySceneMetaDataChunkName(),
+                                                    scene, sceneEntry->second, errors)) {
+    Detail::appendMessage(errors, kSceneNotWritten);
+    return false;
+  }
+  for (const auto& entry : associations()) {
+    if (entry.first == scene) continue;
+    if (!Detail::BinaryWriter::writeAssociationsChunk(out, Tags::getApplyNodeMetaDataChunkName(),
+                                                      entry.first, entry.second, errors)) {
+      Detail::appendMessage(errors, kNodeNotWritten);
+      return false;
+    }
+  }
+  metadata = out.str();
+  return true;
+}
+
+// Before the first byte is written: the file must still be laid out as the
+// read found it, so that a hostile backward offset can never direct the
+// write into the scene body. The trailer-size chunk ends the file and the
+// main group, the trailer group's size field says the group ends there too,
+// and that field lies after the main group's header and the group's tag.
+bool TarnBinaryFileAccessor::positionsHold(std::istream& file, uint64_t length,
+                                           std::string& errors) const {
+  uint64_t mainPosition = 0, trailerPosition = 0, chunkPosition = 0;
+  std::string ignored;
+  std::string mainSize, trailerSize;
+  const bool hold =
+      Detail::BinaryReader::seekToTrailerStart(file, mainPosition, trailerPosition,
+                                               chunkPosition, ignored) &&
+      mainPosition == fMainChunkSizePosition && trailerPosition == fTrailerSizePosition &&
+      chunkPosition == fTrailerSizeChunkPosition && trailerPosition >= kFirstTrailerSizePosition &&
+      chunkPosition + kTrailerSizeChunkSize == length && seekTo(file, mainPosition) &&
+      readBytes(file, 8, mainSize) && bigEndian(mainSize.data(), 8) == length - 16 &&
+      seekTo(file, trailerPosition) && readBytes(file, 8, trailerSize) &&
+      bigEndian(trailerSize.data(), 8) == length - trailerPosition - 8;
+  if (!hold) Detail::appendMessage(errors, positionsChanged(fileName()));
+  return hold;
+}
+
+// The new trailer content: the chunks before the first "DATS" (the host's,
+// and metadata chunks that stand before it), the new metadata, then the
+// chunks of the host that follow the old metadata run, whole and in order.
+// Old "DATS" chunks, and every metadata chunk from the first "DATS" on, are
+// dropped. Reads from the trailer content up to the trailer-size chunk and
+// refuses any chunk that does not end before it.
+bool TarnBinaryFileAccessor::rebuildTrailer(std::istream& file, const std::string& metadata,
+                                            std::string& content, std::string& errors) const {
+  enum class Phase { Copy, Skip, Rest };
+  Phase phase = Phase::Copy;
+  std::string before, after, chunk;
+  std::vector<char> buffer;
+  uint64_t position = fTrailerSizePosition + kContentAfterSizeField;
+  const uint64_t end = fTrailerSizeChunkPosition;
+  for (;;) {
+    const char* headerFailure = phase == Phase::Skip ? kMetadataUnskipped : kHeaderBeforeMetadata;
+    const Detail::ChunkHeader header =
+        (position == end || end - position >= kHeaderSize)
+            ? Detail::BinaryReader::readChunkHeader(file, buffer)
+            : Detail::ChunkHeader();
+    const bool isBackward = header.tag == Tags::getBackwardChunkSizeChunkName();
+    if (!file || header.tag.empty() || isBackward != (position == end)) {
+      Detail::appendMessage(errors, headerFailure);
+      return false;
+    }
+    if (isBackward) {
+      if (header.size != kBackwardOffsetSize) {
+        Detail::appendMessage(errors, kBackwardChunkUnskipped);
+        return false;
+      }
+      break;
+    }
+    const bool isStructure = header.tag == Tags::getMetaDataStructureChunkName();
+    const bool isMetadata = isStructure || header.tag == Tags::getApplyNodeMetaDataChunkName() ||
+                            header.tag == Tags::getApplySceneMetaDataChunkName();
+    const bool keep = phase == Phase::Copy ? !isStructure : !isMetadata;
+    const char* failure = keep                  ? kChunkBeforeMetadata
+                          : phase == Phase::Copy ? kStructureChunkUnskipped
+                                                 : kMetadataUnskipped;
+    uint64_t padded = 0;
+    if (!paddedSizeWithin(header.size, end - position - kHeaderSize, padded) ||
+        !(keep ? readBytes(file, padded, chunk) : skipBytes(file, padded))) {
+      Detail::appendMessage(errors, failure);
+      return false;
+    }
+    position += kHeaderSize + padded;
+    if (keep) {
+      std::string& target = phase == Phase::Copy ? before : after;
+      target.append(buffer.data(), buffer.size());
+      target += chunk;
+    }
+    if (phase == Phase::Copy && isStructure) phase = Phase::Skip;
+    if (phase == Phase::Skip && keep) phase = Phase::Rest;
+  }
+  content.reserve(before.size() + metadata.size() + after.size());
+  content = before + metadata + after;
+  return true;
+}
+
+// Writes the trailer group from its size field on, the trailer-size chunk
+// and the main size; fileLength is the new length of the file.
+bool TarnBinaryFileAccessor::writeTrailer(std::fstream& file, const std::string& content,
+                                          uint64_t& fileLength, std::string& errors) const {
+  const uint64_t length = content.size();
+  file.clear();
+  if (!file.seekp(static_cast<std::streamoff>(fTrailerSizePosition))) {
+    Detail::appendMessage(errors, kNoSeekTrailerSize);
+    return false;
+  }
+  Detail::BinaryWriter::writeChunkSize(file, length + kTrailerSizeExtra);
+  if (!file) {
+    Detail::appendMessage(errors, kTrailerSizeUnwritten);
+    return false;
+  }
+  if (!file.seekp(static_cast<std::streamoff>(kFormTypeSize), std::ios::cur)) {
+    Detail::appendMessage(errors, kNoSeekTrailerData);
+    return false;
+  }
+  if (!file.write(content.data(), static_cast<std::streamsize>(content.size()))) {
+    Detail::appendMessage(errors, kTrailerUnwritten);
+    return false;
+  }
+  if (!Detail::BinaryWriter::writeChunk(file, Tags::getBackwardChunkSizeChunkName(),
+                                        bigEndianBytes(length + kBackwardOffsetExtra,
+                                                       kBackwardOffsetSize))) {
+    Detail::appendMessage(errors, kBackwardSizeUnwritten);
+    return false;
+  }
+  const std::streamoff end = file.tellp();
+  if (end < 0 || !file.seekp(static_cast<std::streamoff>(fMainChunkSizePosition))) {
+    Detail::appendMessage(errors, kNoSeekMainSize);
+    return false;
+  }
+  fileLength = static_cast<uint64_t>(end);
+  Detail::BinaryWriter::writeChunkSize(file, fileLength - kHeaderSize);
+  if (!file.flush()) {
+    Detail::appendMessage(errors, kMainSizeUnwritten);
+    return false;
+  }
+  return true;
+}
+
+AccessorFactory<TarnBinaryFileAccessor> binaryFactory("tb");
+
+}  // namespace
+}  // namespace kivo::Data
