@@ -93,13 +93,17 @@ bool StreamImplMapped::setElement(const Index& index, const Handle& handle) {
     found = fElements.emplace_hint(found, index, handle);
   }
   found->second.makeUnique();
+  // The caller's member position is its own cursor, not part of the element.
+  found->second.setPositionByMemberIndex(0);
   return true;
 }
 
 Handle StreamImplMapped::element(const Index& index) const {
   const ElementMap::const_iterator found = fElements.find(index);
   if (found == fElements.end()) return Handle(structure(), nullptr);
-  return found->second;
+  Handle view(found->second);
+  view.setPositionByMemberIndex(0);  // like a dense element: on the first member
+  return view;
 }
 
 bool StreamImplMapped::hasElement(const Index& index) const {

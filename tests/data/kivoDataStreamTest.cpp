@@ -134,6 +134,10 @@ TEST(StreamMapped, StoresIndependentDeepCopies) {
   EXPECT_EQ(labelOf(stream.element(3)), "changed");
   EXPECT_EQ(labelOf(stream.element(4)), "first");
   EXPECT_EQ(labelOf(source), "first");
+  // The stored element does not keep the caller's member position.
+  source.setPositionByMemberName("label");
+  stream.setElement(7, source);
+  EXPECT_EQ(stream.element(7).index(), 0u);
   // Storing an element onto itself keeps it.
   EXPECT_TRUE(stream.setElement(3, stream.element(3)));
   EXPECT_EQ(labelOf(stream.element(3)), "changed");

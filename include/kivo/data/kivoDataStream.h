@@ -76,10 +76,10 @@ class KIVO_EXPORT Stream {
   StreamIterator cbegin() const { return begin(); }
   StreamIterator cend() const { return end(); }
 
-  // A handle viewing the stored element (writes through it change the
-  // stream; it becomes invalid when the element is removed or, dense, when
-  // the block grows); a handle on the structure without data when there is
-  // no such element.
+  // A handle on the first member, viewing the stored element (writes
+  // through it change the stream; it becomes invalid when the element is
+  // removed or, dense, when the block grows); a handle on the structure
+  // without data when there is no such element.
   Handle element(const Index& index) const;
   bool hasElement(const Index& index) const;
   // Stores a deep copy of handle's element at index (a handle without data

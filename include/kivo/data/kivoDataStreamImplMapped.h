@@ -43,7 +43,8 @@ class KIVO_EXPORT StreamImplMapped : public StreamImpl {
   // Stores a deep copy of handle's element (the default element for a handle
   // without data); false only when handle is on another structure object.
   bool setElement(const Index& index, const Handle& handle) override;
-  // A handle viewing the stored element; one without data when absent.
+  // A handle viewing the stored element, on its first member; one without
+  // data when absent.
   Handle element(const Index& index) const override;
   bool hasElement(const Index& index) const override;
   // False when from is absent; (i, i) is true and changes nothing;
