@@ -9,6 +9,7 @@
 #include <kivo/data/kivoDataStream.h>
 #include <kivo/data/kivoDataStreamImplDense.h>
 #include <kivo/data/kivoDataStreamIterator.h>
+#include <kivo/data/kivoDataStreamIteratorImpl.h>
 #include <kivo/data/kivoDataStructure.h>
 
 #include <gtest/gtest.h>
@@ -29,6 +30,7 @@ using kivo::Data::Member;
 using kivo::Data::Stream;
 using kivo::Data::StreamImplDense;
 using kivo::Data::StreamIterator;
+using kivo::Data::StreamIteratorImpl;
 using kivo::Data::Structure;
 using StructureRef = kivo::Detail::Ref<Structure>;
 
@@ -469,6 +471,23 @@ TEST(StreamIteration, MisuseThrowsExactTexts) {
   }
   EXPECT_THROW(++none, std::runtime_error);
   EXPECT_THROW(none.index(), std::runtime_error);
+
+  // A position without any handle (no storage behind it).
+  struct Unplaced : StreamIteratorImpl {
+    StreamIteratorImpl& operator++() override { return *this; }
+    StreamIteratorImpl* operator++(int) override { return clone(); }
+    bool valid() const override { return false; }
+    StreamIteratorImpl* clone() const override { return new Unplaced(*this); }
+    Index index() const override { return Index(); }
+    const kivo::Data::StreamImpl* myStream() const override { return nullptr; }
+  };
+  StreamIterator unplaced(new Unplaced);
+  try {
+    unplaced->hasData();
+    ADD_FAILURE() << "no exception";
+  } catch (const std::out_of_range& e) {
+    EXPECT_STREQ(e.what(), "Iterator not at a valid position");
+  }
 }
 
 }  // namespace
