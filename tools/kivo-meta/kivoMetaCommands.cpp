@@ -1,0 +1,297 @@
+// kivoMetaCommands.cpp: the subcommands of kivo-meta.
+#include "kivoMetaCommands.h"
+
+#include "kivoMetaOutput.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <sstream>
+#include <utility>
+
+namespace kivo::Meta {
+
+namespace {
+
+using Data::Accessor;
+using Data::Associations;
+using Data::Structure;
+using ExternalContent = Data::AccessorTarn::ExternalContent;
+
+std::string jsonText(const Json& json) {
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+Json failureJson(const std::string& file, const std::string& text) {
+  return {{"file", file}, {"ok", false}, {"error", text}};
+}
+
+// The whole content of path, or of stdin for "-".
+std::string readInput(const std::string& path) {
+  if (path == "-") {
+    return std::string(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+  }
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error)) throw Failure(path + " is a directory.");
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw Failure("Could not open " + path + ".");
+  std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  if (in.bad()) throw Failure("Could not read " + path + ".");
+  return text;
+}
+
+const Associations& findTarget(const Accessor& scene, const Target& target) {
+  auto it = scene.associations().find(target.key());
+  if (it == scene.associations().end()) {
+    throw Failure("The file holds no metadata for " + target.describe() + ".");
+  }
+  return it->second;
+}
+
+std::string structuresText(const Accessor& scene) {
+  std::string text;
+  for (const Structure* structure : scene.structures()) text += structureText(*structure) + "\n";
+  return text;
+}
+
+bool sameFile(const std::string& a, const std::string& b) {
+  std::error_code error;
+  return std::filesystem::equivalent(a, b, error);
+}
+
+void writeOutput(const std::string& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  if (!out || !out.write(text.data(), static_cast<std::streamsize>(text.size())) ||
+      !out.flush()) {
+    throw Failure("Could not write " + path + ".");
+  }
+}
+
+std::string streamSummary(const Associations& associations) {
+  unsigned int streams = 0;
+  for (unsigned int i = 0; i < associations.channelCount(); ++i) {
+    streams += associations.channelAt(i).dataStreamCount();
+  }
+  const unsigned int channels = associations.channelCount();
+  return std::to_string(channels) + (channels == 1 ? " channel, " : " channels, ") +
+         std::to_string(streams) + (streams == 1 ? " stream" : " streams");
+}
+
+// The file's structures and the given ones it lacks; a given structure
+// whose name the file declares with another layout is refused.
+std::vector<const Structure*> knownStructures(const Accessor& scene, const StructureList& given) {
+  std::vector<const Structure*> known(scene.structures().begin(), scene.structures().end());
+  for (const Structure* structure : given.items()) {
+    const std::string name = structure->name() ? structure->name() : "";
+    const Structure* declared = nullptr;
+    for (const Structure* own : scene.structures()) {
+      if (own->name() && name == own->name()) declared = own;
+    }
+    if (!declared) {
+      known.push_back(structure);
+    } else if (!(*declared == *structure)) {
+      throw Failure("Structure " + name +
+                    " is given with another layout than the file declares; the file's "
+                    "other streams depend on its layout.");
+    }
+  }
+  return known;
+}
+
+// The file's structures plus those of the new streams that it lacks.
+Accessor::StructureSet structuresWith(const Accessor& scene, const Associations& associations) {
+  Accessor::StructureSet structures = scene.structures();
+  for (unsigned int i = 0; i < associations.channelCount(); ++i) {
+    const Data::Channel channel = associations.channelAt(i);
+    for (unsigned int j = 0; j < channel.dataStreamCount(); ++j) {
+      if (const Data::Stream* stream = channel.dataStream(j)) {
+        structures.insert(&stream->structure());  // kept out when the name is there
+      }
+    }
+  }
+  return structures;
+}
+
+std::string remapLine(const std::string& node, const std::string& key, const std::string& from,
+                      const std::string& to) {
+  return "  " + printable(node) + " " + printable(key) + ": " + printable(from) + " -> " +
+         printable(to) + "\n";
+}
+
+// Remaps one file's table; returns the report text.
+std::string remapFile(const std::string& file, const std::string& from, const std::string& to,
+                      bool dryRun) {
+  std::unique_ptr<Accessor> scene = readScene(file);
+  std::string lines;
+  unsigned int total = 0;
+  unsigned int changed = 0;
+  if (Data::Stream* table = externalTable(*scene)) {
+    for (Data::StreamIterator it = table->begin(); it != table->end(); ++it) {
+      ExternalEntry entry;
+      ExternalContent::getEntry(*it, entry.node, entry.key, entry.upath, entry.rpath,
+                                entry.roles);
+      ++total;
+      if (entry.rpath.compare(0, from.size(), from) != 0) continue;
+      const std::string path = to + entry.rpath.substr(from.size());
+      if (path == entry.rpath) continue;
+      ExternalContent::updateEntry(*it, path);
+      lines += remapLine(entry.node, entry.key, entry.rpath, path);
+      ++changed;
+    }
+  }
+  if (changed > 0 && !dryRun) writeScene(*scene);
+  return printable(file) + ": " + std::to_string(changed) + " of " + std::to_string(total) +
+         (total == 1 ? " resolved path " : " resolved paths ") +
+         (dryRun ? "would be remapped (dry run)" : "remapped") + "\n" + lines;
+}
+
+}  // namespace
+
+int listFiles(const std::vector<std::string>& files, bool json) {
+  Reporter reporter(files.size());
+  Json documents = Json::array();
+  for (const std::string& file : files) {
+    reporter.starting(file);
+    try {
+      std::unique_ptr<Accessor> scene = readScene(file);
+      if (json) {
+        documents.push_back(listingJson(file, *scene));
+      } else {
+        reporter.output(listingText(file, *scene));
+      }
+    } catch (const Failure& failure) {
+      reporter.failure(file, failure.what());
+      if (json) documents.push_back(failureJson(file, failure.what()));
+    }
+  }
+  if (json) reporter.output(jsonText({{"files", documents}}));
+  return reporter.exitCode();
+}
+
+int showFile(const std::string& file, const std::optional<Target>& target, bool structures) {
+  Reporter reporter(1);
+  try {
+    std::unique_ptr<Accessor> scene = readScene(file);
+    const bool everything = !target && !structures;
+    std::vector<std::pair<std::string, std::string>> parts;  // heading, raw text
+    if (structures || everything) parts.emplace_back("# structures", structuresText(*scene));
+    if (target) {
+      parts.emplace_back("# " + target->describe(),
+                         associationsText(findTarget(*scene, *target)));
+    } else if (everything) {
+      for (const auto& [key, associations] : scene->associations()) {
+        Target each{key.empty(), key};
+        parts.emplace_back("# " + each.describe(), associationsText(associations));
+      }
+    }
+    std::string text;
+    for (const auto& [heading, raw] : parts) {
+      text += (parts.size() == 1 && !everything ? "" : heading + "\n") + raw;
+    }
+    reporter.output(text);
+  } catch (const Failure& failure) {
+    reporter.failure(file, failure.what());
+  }
+  return reporter.exitCode();
+}
+
+int exportAssociations(const std::string& file, const Target& target, const std::string& out) {
+  Reporter reporter(1);
+  try {
+    std::unique_ptr<Accessor> scene = readScene(file);
+    const std::string text = associationsText(findTarget(*scene, target));
+    if (out.empty() || out == "-") {
+      reporter.output(text);
+    } else {
+      if (sameFile(out, file)) throw Failure("Refusing to write the export over the scene file.");
+      writeOutput(out, text);
+    }
+  } catch (const Failure& failure) {
+    reporter.failure(file, failure.what());
+  }
+  return reporter.exitCode();
+}
+
+int importAssociations(const std::string& file, const Target& target, const std::string& input,
+                       const std::string& structuresFile, bool dryRun) {
+  Reporter reporter(1);
+  try {
+    std::unique_ptr<Accessor> scene = readScene(file);
+    const std::string text = readInput(input);
+    StructureList given;
+    if (!structuresFile.empty()) parseStructures(readInput(structuresFile), given);
+    Associations associations = parseAssociations(text, knownStructures(*scene, given));
+    scene->setStructures(structuresWith(*scene, associations));
+    scene->associations()[target.key()] = associations;
+    const std::string summary = streamSummary(associations);
+    if (dryRun) {
+      reporter.output(printable(file) + ": would import " + summary + " into " +
+                      printable(target.describe()) + " (dry run)\n");
+    } else {
+      writeScene(*scene);
+      reporter.output(printable(file) + ": imported " + summary + " into " +
+                      printable(target.describe()) + "\n");
+    }
+  } catch (const Failure& failure) {
+    reporter.failure(file, failure.what());
+  }
+  return reporter.exitCode();
+}
+
+int removeAssociations(const std::string& file, const Target& target, bool dryRun) {
+  Reporter reporter(1);
+  try {
+    std::unique_ptr<Accessor> scene = readScene(file);
+    findTarget(*scene, target);
+    if (dryRun) {
+      reporter.output(printable(file) + ": would remove the metadata of " +
+                      printable(target.describe()) + " (dry run)\n");
+    } else {
+      removeAndWrite(*scene, target.key());
+      reporter.output(printable(file) + ": removed the metadata of " +
+                      printable(target.describe()) + "\n");
+    }
+  } catch (const Failure& failure) {
+    reporter.failure(file, failure.what());
+  }
+  return reporter.exitCode();
+}
+
+int listExternals(const std::vector<std::string>& files, bool json) {
+  Reporter reporter(files.size());
+  Json documents = Json::array();
+  for (const std::string& file : files) {
+    reporter.starting(file);
+    try {
+      std::unique_ptr<Accessor> scene = readScene(file);
+      const std::vector<ExternalEntry> entries = externalEntries(*scene);
+      if (json) {
+        documents.push_back(externalsJson(file, entries));
+      } else {
+        reporter.output(externalsText(file, entries));
+      }
+    } catch (const Failure& failure) {
+      reporter.failure(file, failure.what());
+      if (json) documents.push_back(failureJson(file, failure.what()));
+    }
+  }
+  if (json) reporter.output(jsonText({{"files", documents}}));
+  return reporter.exitCode();
+}
+
+int remapExternals(const std::vector<std::string>& files, const std::string& from,
+                   const std::string& to, bool dryRun) {
+  Reporter reporter(files.size());
+  for (const std::string& file : files) {
+    reporter.starting(file);
+    try {
+      reporter.output(remapFile(file, from, to, dryRun));
+    } catch (const Failure& failure) {
+      reporter.failure(file, failure.what());
+    }
+  }
+  return reporter.exitCode();
+}
+
+}  // namespace kivo::Meta

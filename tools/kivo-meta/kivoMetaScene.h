@@ -1,0 +1,100 @@
+// kivoMetaScene.h: what every kivo-meta command does with a scene file:
+// read all of its metadata through the library, turn metadata into the raw
+// text formats and back, and write a changed file with a read-back check.
+// Failures throw Failure; the commands catch it per file.
+#pragma once
+
+#include <kivo/kivo.h>
+
+#include <map>
+#include <memory>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace kivo::Meta {
+
+// A failure that ends the work on one file. The text is one or more complete
+// sentences, one per line, without the file name: the caller puts it first.
+class Failure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The associations a command works on: those of one node, or the scene's.
+struct Target {
+  bool scene = false;
+  std::string node;
+  // The name the file keeps them under: "" for the scene, else the node.
+  std::string key() const;
+  // "the scene" or "node NAME", for messages.
+  std::string describe() const;
+};
+
+// A node name that both scene formats store and read back as the same name:
+// not empty, not starting with '-' ("-scn" names the scene in "ta" files),
+// without blanks, control characters, ';' or '"'. Throws Failure otherwise.
+void checkNodeName(const std::string& node);
+
+// Reads every structure and every associations of file through the
+// accessor its extension selects. Throws Failure with the library's
+// messages ("No factory registered for type of file ..." and the format's
+// own). Always a full read: a rewrite must carry everything over.
+std::unique_ptr<Data::Accessor> readScene(const std::string& file);
+
+// The raw text of a structure: one line, without line end.
+std::string structureText(const Data::Structure& structure);
+// The raw text of associations, ending in "endAssociations" and a line end.
+// Throws Failure when the writer reports errors.
+std::string associationsText(const Data::Associations& associations);
+
+// Structures read from declarations, each held by one reference.
+class StructureList {
+ public:
+  StructureList() = default;
+  StructureList(const StructureList&) = delete;
+  StructureList& operator=(const StructureList&) = delete;
+  ~StructureList();
+  // Takes one reference on structure.
+  void add(const Data::Structure& structure);
+  const std::vector<const Data::Structure*>& items() const { return fItems; }
+  // The structure named name, or null.
+  const Data::Structure* find(const std::string& name) const;
+
+ private:
+  std::vector<const Data::Structure*> fItems;
+};
+
+// Reads structure declarations in the raw format, one per line (the form
+// show --structures prints); blank lines are skipped. Throws Failure on any
+// message of the reader, on a line that declares no structure, and on two
+// different declarations under one name.
+void parseStructures(const std::string& text, StructureList& out);
+
+// Reads associations in the raw format. Streams find their structures among
+// known (the process registry holds them for the duration of the read
+// only). Throws Failure with the reader's messages, and when text holds no
+// stream at all (an empty or misdirected input).
+Data::Associations parseAssociations(const std::string& text,
+                                     const std::vector<const Data::Structure*>& known);
+
+// The scene's external content table, or null when it has none. Throws
+// Failure when the table's structure lacks one of the five string members,
+// whose text every row is read and changed through.
+Data::Stream* externalTable(Data::Accessor& scene);
+
+// Writes the accessor's structures and associations into its file, then
+// reads the file again and checks that it holds exactly the associations
+// written and every structure written. Throws Failure when the write fails
+// or the file reads back differently.
+void writeScene(Data::Accessor& scene);
+
+// Drops the associations stored under key and writes the file (key must be
+// present). When the file still gives them back (an ASCII file keeps
+// everything from the first node line of its old metadata section on), the
+// associations are written once more as an empty entry that comes first and
+// hides the old one. Throws Failure.
+void removeAndWrite(Data::Accessor& scene, const std::string& key);
+
+}  // namespace kivo::Meta

@@ -1,0 +1,168 @@
+// kivo-meta: reads and edits the metadata of "ta" and "tb" scene files
+// without loading the scene. Exit codes: 0 all files succeeded, 1 any file
+// failed, 2 usage error.
+#include "kivoMetaCommands.h"
+
+#include <CLI/CLI.hpp>
+
+#include <clocale>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using kivo::Meta::Target;
+
+constexpr int kUsageError = 2;
+
+constexpr char kDescription[] =
+    "Reads and edits the metadata of \"ta\" (ASCII) and \"tb\" (binary) scene files\n"
+    "without loading the scene: structures, the associations of nodes and of the\n"
+    "scene, and the scene's external content table.";
+
+// --node NAME or --scene, as one choice.
+struct TargetOptions {
+  std::string node;
+  bool scene = false;
+  CLI::Option* nodeOption = nullptr;
+
+  std::optional<Target> chosen() const {
+    if (scene) return Target{true, ""};
+    if (nodeOption && nodeOption->count() > 0) return Target{false, node};
+    return std::nullopt;
+  }
+};
+
+// Adds --node and --scene to command; exactly one of them when required.
+void addTarget(CLI::App& command, TargetOptions& target, bool required) {
+  CLI::Option_group* group =
+      command.add_option_group("target", "The associations to work on: one node or the scene");
+  target.nodeOption = group->add_option("--node", target.node, "The associations of node NAME")
+                          ->type_name("NAME");
+  group->add_flag("--scene", target.scene, "The associations of the scene itself");
+  if (required) {
+    group->require_option(1);
+  } else {
+    group->require_option(0, 1);
+  }
+}
+
+// Node names for new associations must read back as the same name.
+CLI::Validator nodeNameValidator() {
+  return CLI::Validator(
+      [](std::string& name) -> std::string {
+        try {
+          kivo::Meta::checkNodeName(name);
+        } catch (const kivo::Meta::Failure& failure) {
+          return failure.what();
+        }
+        return std::string();
+      },
+      "NAME");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Text in binary scenes converts between UTF-8 and the user's locale.
+  std::setlocale(LC_ALL, "");
+
+  CLI::App app(kDescription, "kivo-meta");
+  app.set_version_flag("--version", std::string("kivo-meta ") + kivo::kVersionString);
+  app.require_subcommand(1);
+
+  std::vector<std::string> files;
+  std::string file;
+  bool json = false;
+  bool dryRun = false;
+  TargetOptions target;
+
+  CLI::App* list = app.add_subcommand(
+      "list", "Per file: its structures and the associations of its nodes and scene");
+  list->add_option("FILE", files, "Scene files")->required();
+  list->add_flag("--json", json, "One JSON document for scripts");
+
+  bool structures = false;
+  CLI::App* show = app.add_subcommand(
+      "show", "The raw text of a file's associations and structures (all when none is chosen)");
+  show->add_option("FILE", file, "Scene file")->required();
+  addTarget(*show, target, false);
+  show->add_flag("--structures", structures, "The structure declarations, one per line");
+
+  std::string out;
+  CLI::App* exportCommand =
+      app.add_subcommand("export", "Write one node's (or the scene's) associations as raw text");
+  exportCommand->add_option("FILE", file, "Scene file")->required();
+  addTarget(*exportCommand, target, true);
+  exportCommand->add_option("-o,--output", out, "Write to OUT instead of stdout")
+      ->type_name("OUT");
+
+  std::string input;
+  std::string structuresFile;
+  CLI::App* import = app.add_subcommand(
+      "import", "Replace one node's (or the scene's) associations by raw text");
+  import->add_option("FILE", file, "Scene file")->required();
+  import->add_option("IN", input, "Raw associations text, - for stdin")->required();
+  addTarget(*import, target, true);
+  target.nodeOption->check(nodeNameValidator());
+  import->add_option("--structures", structuresFile,
+                     "Structure declarations the streams need and the file lacks, one per line")
+      ->type_name("STRUCTS");
+  import->add_flag("--dry-run", dryRun, "Check everything, change nothing");
+
+  CLI::App* remove =
+      app.add_subcommand("remove", "Drop one node's (or the scene's) associations");
+  remove->add_option("FILE", file, "Scene file")->required();
+  addTarget(*remove, target, true);
+  remove->add_flag("--dry-run", dryRun, "Check everything, change nothing");
+
+  CLI::App* externals = app.add_subcommand(
+      "externals", "The external content table: node, key, upath, rpath, roles");
+  externals->add_option("FILE", files, "Scene files");
+  externals->add_flag("--json", json, "One JSON document for scripts");
+  externals->require_subcommand(0, 1);
+
+  std::string from;
+  std::string to;
+  CLI::App* remap = externals->add_subcommand(
+      "remap", "Rewrite the resolved paths that start with one prefix to start with another");
+  remap->add_option("FILE", files, "Scene files")->required();
+  remap->add_option("--from", from, "The prefix to replace")
+      ->type_name("PREFIX")
+      ->required()
+      ->check(CLI::Validator([](std::string& text) {
+        return text.empty() ? std::string("must not be empty") : std::string();
+      }, ""));
+  remap->add_option("--to", to, "Its replacement")->type_name("PREFIX")->required();
+  remap->add_flag("--dry-run", dryRun, "Report what would change, change nothing");
+
+  std::string directory = ".";
+  CLI::App* demo = app.add_subcommand(
+      "demo", "Write the sample scenes demo.ta and demo.tb into DIR and list them");
+  demo->add_option("DIR", directory, "Folder for the samples (default: the current one)");
+
+  try {
+    app.parse(argc, argv);
+    if (externals->parsed() && !remap->parsed() && files.empty()) {
+      throw CLI::RequiredError("FILE");
+    }
+  } catch (const CLI::ParseError& error) {
+    const int code = app.exit(error);
+    return code == 0 ? 0 : kUsageError;
+  }
+
+  using namespace kivo::Meta;
+  if (list->parsed()) return listFiles(files, json);
+  if (show->parsed()) return showFile(file, target.chosen(), structures);
+  if (exportCommand->parsed()) return exportAssociations(file, *target.chosen(), out);
+  if (import->parsed()) {
+    return importAssociations(file, *target.chosen(), input, structuresFile, dryRun);
+  }
+  if (remove->parsed()) return removeAssociations(file, *target.chosen(), dryRun);
+  if (remap->parsed()) return remapExternals(files, from, to, dryRun);
+  if (externals->parsed()) return listExternals(files, json);
+  if (demo->parsed()) return runDemo(directory);
+  return kUsageError;
+}
