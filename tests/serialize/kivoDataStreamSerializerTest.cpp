@@ -106,6 +106,37 @@ TEST_F(StreamRawWrite, HeaderThenIndexAndValueLinesThenTerminator) {
   EXPECT_EQ(writeText(empty), "name Empty\nindexType numeric\nstructure Sample\nendStream\n");
 }
 
+TEST_F(StreamRawWrite, ReportsAFailedOutput) {
+  Stream stream(define("Out", {{Member::kInt32, 1}}), "S");
+  std::ostringstream out;
+  out.setstate(std::ios::badbit);
+  std::string errors = "kept\n";
+  EXPECT_EQ(raw().write(stream, out, errors), 0);
+  EXPECT_EQ(errors, "kept\nError in stream while writing.\n");
+}
+
+TEST_F(StreamRawWrite, MemberWithoutDataIsNamedByItsTypeWord) {
+  const char* words[] = {"boolean", "double", "double matrix", "float",  "float matrix",
+                         "Int8",    "Int16",  "Int32",         "Int64",  "String",
+                         "UInt8",   "UInt16", "UInt32",        "UInt64"};
+  for (unsigned int type = 0; type < Member::kInvalidType; ++type) {
+    SCOPED_TRACE(words[type]);
+    const auto dataType = static_cast<Member::eDataType>(type);
+    Structure& s = define((std::string("Word ") + words[type]).c_str(), {{dataType, 1}});
+    Handle h(s, nullptr);
+    std::ostringstream out;
+    std::string errors = "kept\n";
+    EXPECT_EQ(raw().writeMember(h, 7, out, errors), 1);
+    EXPECT_EQ(out.str(), "");
+    EXPECT_EQ(errors, std::string("kept\nMember at record 7 not recognized as a ") + words[type] +
+                          "\n1 error found, Member may not be written correctly\n");
+    std::istringstream in("1");
+    errors.clear();
+    EXPECT_EQ(StreamSerializerRaw::readMember(in, 7, h, errors), 1);
+    EXPECT_EQ(errors, std::string("Member at record 7 not recognized as a ") + words[type] + "\n");
+  }
+}
+
 // Fills element k of a structure made by allTypes() with values that print
 // exactly at the default precision, extremes of every integer type included.
 void fillAllTypes(Handle& h, int k) {
