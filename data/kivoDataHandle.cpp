@@ -105,7 +105,8 @@ bool isBlank(int c) {
 // Drops what is left of a word that failed to read, so that the next entry
 // starts after it.
 void skipRestOfWord(std::istream& in) {
-  while (!isBlank(in.peek()) && in.get()) {
+  for (int c = in.peek(); c != std::char_traits<char>::eof() && !isBlank(c); c = in.peek()) {
+    in.get();
   }
   in.clear();
 }

@@ -7,7 +7,9 @@
 #include <kivo/kivoExport.h>
 #include <kivo/data/kivoDataIterLocation.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 
 namespace kivo {
 namespace Debug {
@@ -23,6 +25,11 @@ class Structure;
 class KIVO_EXPORT StructureIterator {
  public:
   using IterLocation = kivo::Data::IterLocation;
+  using iterator_category = std::forward_iterator_tag;
+  using value_type = Member;
+  using difference_type = std::ptrdiff_t;
+  using pointer = const Member*;
+  using reference = const Member&;
   // The member index of the end position.
   static constexpr uint32_t kEndIndex = 0xFFFFFFFFu;
 
