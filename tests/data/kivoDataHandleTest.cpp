@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -22,7 +21,7 @@ using kivo::Data::Member;
 using kivo::Data::Structure;
 using StructureRef = kivo::Detail::Ref<Structure>;
 
-// "i" int32, "p" float[3], "s" string: offsets 0, 4, 16; 24 bytes.
+// "i" int32, "p" float[3], "s" string: offsets 0, 4, 16.
 StructureRef sample() {
   StructureRef s(new Structure("Sample"));
   s->addMember(Member::kInt32, 1, "i");
@@ -31,77 +30,65 @@ StructureRef sample() {
   return s;
 }
 
-TEST(HandleOwnership, StructureHandleOwnsDefaults) {
-  StructureRef s = sample();
-  Handle h(*s);
-  EXPECT_TRUE(h.hasData());
-  EXPECT_NE(h.data(), s->defaultData());
-  EXPECT_TRUE(h.isDefault());
-  EXPECT_EQ(h.index(), 0u);
-  EXPECT_FALSE(h.makeUnique());  // already owns its block
-  EXPECT_EQ(s->refCount(), 2);
-}
-
 TEST(HandleOwnership, CopiesViewUntilMadeUnique) {
   StructureRef s = sample();
   Handle owner(*s);
+  EXPECT_TRUE(owner.isDefault());
+  EXPECT_FALSE(owner.makeUnique());  // already owns its defaults
   std::string errors;
   ASSERT_TRUE(owner.setPositionByMemberName("s"));
   ASSERT_EQ(owner.fromStr("shared", 0, errors), 0u);
-  {
-    Handle view(owner);
-    EXPECT_EQ(view.data(), owner.data());
-  }
+  { Handle view(owner); }
   EXPECT_EQ(owner.str(0), "shared");  // the view freed nothing
 
   Handle copy = owner;
+  EXPECT_EQ(copy.data(), owner.data());
   EXPECT_TRUE(copy.makeUnique());
   EXPECT_NE(copy.data(), owner.data());
   EXPECT_FALSE(copy.makeUnique());
   ASSERT_EQ(copy.fromStr("private", 0, errors), 0u);
   EXPECT_EQ(owner.str(0), "shared");
   EXPECT_EQ(copy.str(0), "private");
-  EXPECT_EQ(errors, "");
 }
 
-TEST(HandleOwnership, AssignmentReleasesOwnedBlockButKeepsOneItIsShown) {
+TEST(HandleOwnership, ReassignmentNeverFreesABlockStillShown) {
   StructureRef s = sample();
   Handle a(*s);
   Handle b(a);
   a = b;  // b views a's own block: a keeps it
-  EXPECT_EQ(a.data(), b.data());
   EXPECT_FALSE(a.makeUnique());
-  std::string errors;
   a.setPositionByMemberName("s");
+  std::string errors;
   EXPECT_EQ(a.fromStr("still here", 0, errors), 0u);
 
   Handle c(*s);
-  c = Handle();  // c's block is released, c now has no data
+  c = Handle();
   EXPECT_FALSE(c.hasData());
-  EXPECT_FALSE(c.usesStructure(*s));
-
   char* block = s->allocateDefaultChunk();
-  c.pointToData(block, true);  // freed by c
+  c.pointToData(block, true);   // freed by c
   c.pointToData(block, false);  // the same block stays owned
   EXPECT_FALSE(c.makeUnique());
 }
 
-TEST(HandleOwnership, SwapExchangesEverything) {
+TEST(HandleOwnership, SwapAndCountersAndReferences) {
+  const uint64_t handles = Handle::_objectsAlive;
   StructureRef s = sample();
   StructureRef t(new Structure("Other"));
   t->addMember(Member::kInt8, 1, "x");
-  Handle a(*s);
-  a.setPositionByMemberIndex(2);
-  Handle b(*t, nullptr);
-  char* aData = a.data();
-  a.swap(b);
-  EXPECT_TRUE(a.usesStructure(*t));
-  EXPECT_EQ(a.index(), 0u);
-  EXPECT_FALSE(a.hasData());
-  EXPECT_TRUE(b.usesStructure(*s));
-  EXPECT_EQ(b.index(), 2u);
-  EXPECT_EQ(b.data(), aData);
-  EXPECT_FALSE(b.makeUnique());  // ownership moved with the block
+  {
+    Handle a(*s);
+    a.setPositionByMemberIndex(2);
+    Handle b(*t, nullptr);
+    char* owned = a.data();
+    a.swap(b);
+    EXPECT_TRUE(a.usesStructure(*t) && !a.hasData() && a.index() == 0);
+    EXPECT_TRUE(b.usesStructure(*s) && b.data() == owned && b.index() == 2);
+    EXPECT_FALSE(b.makeUnique());  // ownership moved with the block
+    EXPECT_EQ(s->refCount(), 2);
+    EXPECT_EQ(Handle::_objectsAlive, handles + 2);
+  }
+  EXPECT_EQ(s->refCount(), 1);
+  EXPECT_EQ(Handle::_objectsAlive, handles);
 }
 
 TEST(HandlePosition, ByIndexAndByName) {
@@ -113,13 +100,12 @@ TEST(HandlePosition, ByIndexAndByName) {
   EXPECT_FALSE(h.setPositionByMemberName(nullptr));
   EXPECT_EQ(h.index(), 1u);  // kept
   EXPECT_TRUE(h.setPositionByMemberName("i"));
-  EXPECT_EQ(h.index(), 0u);
   EXPECT_FALSE(h.setPositionByMemberName("I"));
   EXPECT_FALSE(h.valid());
   EXPECT_TRUE(h.setPositionByMemberName("s"));
   EXPECT_FALSE(h.setPositionByMemberIndex(s->memberCount()));
   EXPECT_FALSE(h.valid());
-  for (unsigned int type = 0; type < Member::kInvalidType; ++type) {
+  for (unsigned int type = 0; type <= Member::kInvalidType; ++type) {
     EXPECT_EQ(h.asType(static_cast<Member::eDataType>(type)), nullptr);
   }
   EXPECT_THROW(h.dataType(), std::out_of_range);
@@ -138,40 +124,10 @@ TEST(HandleAccess, TypedPointersMatchOnlyTheMemberType) {
   h.setPositionByMemberIndex(1);
   EXPECT_EQ(static_cast<void*>(h.asFloat()), h.data() + 4);
   EXPECT_EQ(h.asDouble(), nullptr);
-  h.setPositionByMemberIndex(2);
-  EXPECT_EQ(static_cast<void*>(h.asString()), h.data() + 16);
 
-  Handle empty(*s, nullptr);
-  EXPECT_EQ(empty.asInt32(), nullptr);
-  EXPECT_FALSE(empty.isDefault());
-  EXPECT_FALSE(empty.isDefaultMember(nullptr));
-
-  StructureRef twin = sample();
-  EXPECT_TRUE(*twin == *s);
-  EXPECT_TRUE(h.usesStructure(*s));
-  EXPECT_FALSE(h.usesStructure(*twin));
+  EXPECT_FALSE(Handle(*s, nullptr).isDefault());
+  EXPECT_FALSE(h.usesStructure(*sample()));  // an equal structure, but another object
 }
-
-TEST(HandleOwnership, CountersAndReferencesReturn) {
-  const uint64_t handles = Handle::_objectsAlive;
-  StructureRef s = sample();
-  {
-    Handle a(*s);
-    Handle b(a);
-    Handle c;
-    c = b;
-    EXPECT_EQ(s->refCount(), 4);
-    EXPECT_EQ(Handle::_objectsAlive, handles + 3);
-  }
-  EXPECT_EQ(s->refCount(), 1);
-  EXPECT_EQ(Handle::_objectsAlive, handles);
-}
-
-struct DebugCase {
-  bool type;
-  bool hex;
-  const char* expected;
-};
 
 TEST(HandleDebug, ValueLineWithFilters) {
   StructureRef s(new Structure("V"));
@@ -179,26 +135,26 @@ TEST(HandleDebug, ValueLineWithFilters) {
   Handle h(*s);
   std::string errors;
   for (unsigned int i = 0; i < 3; ++i) h.fromStr(std::to_string(i + 1), i, errors);
-  const DebugCase cases[] = {
-      {true, false, "    float 3 elements: [ 1 2 3 ]"},
-      {false, false, "    3 elements: [ 1 2 3 ]"},
-      {false, true, "    3 elements: [ 1 2 3 ](ADDR)  00 00 80 3f  00 00 00 40  00 00 40 40 "},
-  };
   std::ostringstream address;
   address << static_cast<const void*>(h.data());
-  for (const DebugCase& c : cases) {
+  struct Case {
+    int type, hex;
+    std::string expected;
+  };
+  const Case cases[] = {
+      {1, 0, "    float 3 elements: [ 1 2 3 ]"},
+      {0, 0, "    3 elements: [ 1 2 3 ]"},
+      {0, 2, "    3 elements: [ 1 2 3 ](" + address.str() + ")  00 00 80 3f  00 00 00 40  00 00 40 40 "},
+  };
+  for (const Case& c : cases) {
     SCOPED_TRACE(c.expected);
     std::ostringstream out;
     kivo::Debug::Print print(out);
     print.indent(1);
-    if (c.type) print.addFilter(Handle::kDebugType, 1);
-    if (c.hex) print.addFilter(Handle::kDebugHex, 2);
-    print.addFilter("unrelated", 1);
+    print.addFilter(Handle::kDebugType, c.type);  // level 0 is off
+    if (c.hex) print.addFilter(Handle::kDebugHex, c.hex);
     Handle::Debug(&h, print);
-    std::string expected = c.expected;
-    const size_t at = expected.find("ADDR");
-    if (at != std::string::npos) expected.replace(at, 4, address.str());
-    EXPECT_EQ(out.str(), expected);
+    EXPECT_EQ(out.str(), c.expected);
   }
   std::ostringstream out;
   kivo::Debug::Print print(out);
