@@ -93,8 +93,9 @@ constexpr char kMainSizeUnwritten[] = "Failed to write the new main chunk size."
 constexpr char kNotTruncated[] = "Could not truncate the file.";
 
 std::string associationsLabel(const std::string& name) {
-  return name == AccessorTarn::getSceneAssociationsName() ? "the scene associations"
-                                                          : "the associations of node \"" + name + "\"";
+  return name == AccessorTarn::getSceneAssociationsName()
+             ? "the scene associations"
+             : "the associations of node \"" + name + "\"";
 }
 
 std::string associationsUnconverted(const std::string& name) {
@@ -169,7 +170,8 @@ bool readBytes(std::istream& in, uint64_t count, std::string& out) {
 }
 
 bool skipBytes(std::istream& in, uint64_t count) {
-  return count == 0 || static_cast<bool>(in.seekg(static_cast<std::streamoff>(count), std::ios::cur));
+  return count == 0 ||
+         static_cast<bool>(in.seekg(static_cast<std::streamoff>(count), std::ios::cur));
 }
 
 // The NUL-terminated strings at the start of data; false when data ends
@@ -367,7 +369,7 @@ bool BinaryWriter::writeAssociationsChunk(std::ostream& out, const std::string& 
   const std::string format = serializer->formatType();
   std::string data;
   data.reserve(targetName.size() + format.size() + utf8.size() + 3);
-  data.append(targetName).append(1, '\0').append(format).append(1, '\0').append(utf8).append(1, '\0');
+  for (const std::string* part : {&targetName, &format, &utf8}) data.append(*part).append(1, '\0');
   return writeChunk(out, chunkName, data);
 }
 
@@ -494,7 +496,8 @@ bool TarnBinaryFileAccessor::readTrailer(std::istream& in,
     std::string* const structureParts[] = {&format, &text};
     std::string* const applyParts[] = {&name, &format, &text};
     if (!readBytes(in, header.size, data) || !skipBytes(in, padded - header.size) ||
-        !(isStructure ? splitStrings(data, structureParts, 2) : splitStrings(data, applyParts, 3))) {
+        !(isStructure ? splitStrings(data, structureParts, 2)
+                      : splitStrings(data, applyParts, 3))) {
       Detail::appendMessage(errors, failure);
       return false;
     }
@@ -676,7 +679,7 @@ bool TarnBinaryFileAccessor::rebuildTrailer(std::istream& file, const std::strin
     const bool isMetadata = isStructure || header.tag == Tags::getApplyNodeMetaDataChunkName() ||
                             header.tag == Tags::getApplySceneMetaDataChunkName();
     const bool keep = phase == Phase::Copy ? !isStructure : !isMetadata;
-    const char* failure = keep                  ? kChunkBeforeMetadata
+    const char* failure = keep                   ? kChunkBeforeMetadata
                           : phase == Phase::Copy ? kStructureChunkUnskipped
                                                  : kMetadataUnskipped;
     uint64_t padded = 0;
