@@ -29,7 +29,7 @@ constexpr int64_t kBlockSize = 1024;
 // A header line is short; a longer first line is cut here and then refused.
 constexpr size_t kMaxHeaderLine = 4096;
 constexpr char kHeaderEnd[] = " scene";
-constexpr char kMinimalYear[] = "2014";
+constexpr size_t kYearDigits = 4;  // "2014" in the shortest header
 constexpr long kFirstSupportedYear = 2014;
 constexpr char kRawFormat[] = "raw";
 
@@ -107,7 +107,7 @@ bool checkHeader(std::istream& in, std::string& message) {
   if (!line.empty() && line.back() == '\r') line.pop_back();
   const std::string start = Words::getHeaderPrefix() + " ";
   const std::string end = kHeaderEnd;
-  if (line.size() < start.size() + std::string(kMinimalYear).size() + end.size()) {
+  if (line.size() < start.size() + kYearDigits + end.size()) {
     message = kHeaderTooSmall;
     return false;
   }
@@ -120,7 +120,7 @@ bool checkHeader(std::istream& in, std::string& message) {
     return false;
   }
   long year = 0;
-  for (size_t i = start.size(); i < start.size() + 4 && line[i] >= '0' && line[i] <= '9'; ++i)
+  for (size_t i = start.size(); i < start.size() + kYearDigits && line[i] >= '0' && line[i] <= '9'; ++i)
     year = year * 10 + (line[i] - '0');
   if (year < kFirstSupportedYear) {
     message = kUnsupportedYear;
@@ -254,6 +254,9 @@ class MetadataScan {
 
   int64_t firstBlock() const { return fFirstBlock; }
   int64_t lastBlock() const { return fLastBlock; }
+  // The position of the earliest metadata statement; meaningful when
+  // firstBlock() is not 0.
+  int64_t firstStart() const { return fFirstStart; }
   bool failed() const { return fFailed; }
   std::vector<FoundAssociations>& associations() { return fFound; }
 
@@ -298,6 +301,7 @@ class MetadataScan {
     const int64_t k = blockOf(fSize, fStatementStart);
     if (fLastBlock == 0) fLastBlock = k;
     fFirstBlock = k;
+    fFirstStart = fStatementStart;
     if (fPositionsOnly) return;
     if (isAssociations) {
       handleAssociations(statement);
@@ -351,6 +355,7 @@ class MetadataScan {
   int64_t fStatementStart = 0;
   int64_t fFirstBlock = 0;
   int64_t fLastBlock = 0;
+  int64_t fFirstStart = 0;
   bool fStopped = false;
   bool fFailed = false;
   std::vector<FoundAssociations> fFound;
@@ -413,12 +418,18 @@ class TarnAsciiFileAccessor : public Accessor {
   bool locateTrailer(std::fstream& file, int64_t size, int64_t& trailerPosition,
                      std::string& errors) const;
   void rememberFile() const;
+  void rememberPositions(const MetadataScan& scan, int64_t size) const;
 
   // The blocks (counted backwards from the end) of the earliest and the
   // latest metadata statement; 0 when the file has none. Set by a read and
   // by each successful write, so that they describe the file as it is.
   mutable int64_t fFirstMetadataBlock = 0;
   mutable int64_t fLastMetadataBlock = 0;
+  // How far before the end the earliest metadata statement starts. The
+  // search for the section's start begins on that statement's own line
+  // rather than at its block's start, so that no line of the scene body in
+  // that block can be taken for metadata.
+  mutable int64_t fFirstMetadataDistance = 0;
   // The file as this accessor last saw it; a write refuses a changed file.
   mutable Detail::FileStamp fStamp;
 };
@@ -435,6 +446,7 @@ bool TarnAsciiFileAccessor::performRead(const std::set<std::string>* structureNa
                                         std::string& errors) {
   fFirstMetadataBlock = 0;
   fLastMetadataBlock = 0;
+  fFirstMetadataDistance = 0;
   fStamp = Detail::FileStamp();
   const std::string& name = fileName();
   if (name.empty()) {
@@ -470,8 +482,7 @@ bool TarnAsciiFileAccessor::performRead(const std::set<std::string>* structureNa
     }
   }
   if (!ok) return false;
-  fFirstMetadataBlock = scan.firstBlock();
-  fLastMetadataBlock = scan.lastBlock();
+  rememberPositions(scan, size);
   fStamp = stamp;
   return true;
 }
@@ -594,7 +605,9 @@ bool TarnAsciiFileAccessor::locateSection(std::fstream& file, int64_t size,
     metadataStart = trailerPosition;
     return true;
   }
-  if (!AsciiFwdParser::seekBlock(file, size, fFirstMetadataBlock)) {
+  file.clear();
+  if (fFirstMetadataDistance <= 0 || fFirstMetadataDistance > size ||
+      !file.seekg(size - fFirstMetadataDistance)) {
     Detail::appendMessage(errors, kCouldNotSeekFirstBlock);
     return false;
   }
@@ -669,6 +682,7 @@ void TarnAsciiFileAccessor::rememberFile() const {
   fStamp = Detail::FileStamp();
   fFirstMetadataBlock = 0;
   fLastMetadataBlock = 0;
+  fFirstMetadataDistance = 0;
   std::ifstream in(fileName(), std::ios::binary);
   const Detail::FileStamp stamp = Detail::fileStamp(fileName());
   const int64_t size = fileSize(in);
@@ -676,9 +690,14 @@ void TarnAsciiFileAccessor::rememberFile() const {
   MetadataScan scan(size);
   std::string ignored;
   if (!scanBackwards(in, size, scan, ignored)) return;
+  rememberPositions(scan, size);
+  fStamp = stamp;
+}
+
+void TarnAsciiFileAccessor::rememberPositions(const MetadataScan& scan, int64_t size) const {
   fFirstMetadataBlock = scan.firstBlock();
   fLastMetadataBlock = scan.lastBlock();
-  fStamp = stamp;
+  fFirstMetadataDistance = fFirstMetadataBlock > 0 ? size - scan.firstStart() : 0;
 }
 
 AccessorFactory<TarnAsciiFileAccessor> asciiFactory("ta");

@@ -329,7 +329,7 @@ TEST_F(TarnAscii, WriteInsertsMetadataBeforeTheTrailerAndReadsItBack) {
 
 TEST_F(TarnAscii, WritingTwiceLeavesTheFileAsWritingOnce) {
   // Bodies of several lengths move the section across block boundaries.
-  for (size_t pad = 0; pad < 1100; pad += 137) {
+  for (size_t pad = 0; pad < 1100; pad += 53) {
     SCOPED_TRACE(pad);
     const std::string body = asciiBody(1500) + "//" + std::string(pad, '.') + "\n";
     const std::string path = file(body + kAsciiTrailer);
@@ -475,6 +475,17 @@ TEST_F(TarnAscii, HostileFilesGetAMessageAndStayUnchanged) {
     EXPECT_EQ(errors, c.errors);
     EXPECT_EQ(readBytes(path), content);
   }
+  // A line of the scene body that looks like metadata is never taken for
+  // the start of the section.
+  const std::string tricky =
+      body + "setAttr \".notes\" -type \"string\" \"line1\napplyMetadata is mentioned\";\n";
+  const std::string trickyPath = file(
+      tricky + "dataStructure -fmt \"raw\" -as \"name=old:int32=a\";\n" + kAsciiTrailer, "tricky.ta");
+  writeOk(*readOk(trickyPath), {});
+  EXPECT_EQ(readBytes(trickyPath),
+            tricky + "dataStructure -fmt \"raw\" -as \"name=point:int32=id:string=label\";\n" +
+                kAsciiTrailer);
+
   // Invalid UTF-8 inside a string value is carried through unchanged.
   const std::string path = file(body + kAsciiTrailer, "bytes.ta");
   writeOk(*readOk(path), {{"", pointsLabelled("\xff\xfe bad \xc3")}});
