@@ -248,9 +248,10 @@ int removeAssociations(const std::string& file, const Target& target, bool dryRu
       reporter.output(printable(file) + ": would remove the metadata of " +
                       printable(target.describe()) + " (dry run)\n");
     } else {
-      removeAndWrite(*scene, target.key());
+      const bool emptyEntry = removeAndWrite(*scene, target.key());
       reporter.output(printable(file) + ": removed the metadata of " +
-                      printable(target.describe()) + "\n");
+                      printable(target.describe()) +
+                      (emptyEntry ? " (an empty entry hides its old statement)\n" : "\n"));
     }
   } catch (const Failure& failure) {
     reporter.failure(file, failure.what());

@@ -249,19 +249,20 @@ void writeScene(Accessor& scene) {
   checkReadBack(written, *readScene(scene.fileName()));
 }
 
-void removeAndWrite(Accessor& scene, const std::string& key) {
+bool removeAndWrite(Accessor& scene, const std::string& key) {
   scene.associations().erase(key);
   const Snapshot written = takeSnapshot(scene);
   writeOnly(scene);
   std::unique_ptr<Accessor> back = readScene(scene.fileName());
   if (back->associations().count(key) == 0) {
     checkReadBack(written, *back);
-    return;
+    return false;
   }
   // The old statement survived behind the new section: hide it behind an
   // empty entry, which the reader meets last and keeps.
   back->associations()[key] = Associations();
   writeScene(*back);
+  return true;
 }
 
 }  // namespace kivo::Meta

@@ -94,7 +94,7 @@ void writeScene(Data::Accessor& scene);
 // present). When the file still gives them back (an ASCII file keeps
 // everything from the first node line of its old metadata section on), the
 // associations are written once more as an empty entry that comes first and
-// hides the old one. Throws Failure.
-void removeAndWrite(Data::Accessor& scene, const std::string& key);
+// hides the old one; the result is then true. Throws Failure.
+bool removeAndWrite(Data::Accessor& scene, const std::string& key);
 
 }  // namespace kivo::Meta

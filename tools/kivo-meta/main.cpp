@@ -77,7 +77,6 @@ int main(int argc, char** argv) {
   std::string file;
   bool json = false;
   bool dryRun = false;
-  TargetOptions target;
 
   CLI::App* list = app.add_subcommand(
       "list", "Per file: its structures and the associations of its nodes and scene");
@@ -88,14 +87,16 @@ int main(int argc, char** argv) {
   CLI::App* show = app.add_subcommand(
       "show", "The raw text of a file's associations and structures (all when none is chosen)");
   show->add_option("FILE", file, "Scene file")->required();
-  addTarget(*show, target, false);
+  TargetOptions showTarget;
+  addTarget(*show, showTarget, false);
   show->add_flag("--structures", structures, "The structure declarations, one per line");
 
   std::string out;
   CLI::App* exportCommand =
       app.add_subcommand("export", "Write one node's (or the scene's) associations as raw text");
   exportCommand->add_option("FILE", file, "Scene file")->required();
-  addTarget(*exportCommand, target, true);
+  TargetOptions exportTarget;
+  addTarget(*exportCommand, exportTarget, true);
   exportCommand->add_option("-o,--output", out, "Write to OUT instead of stdout")
       ->type_name("OUT");
 
@@ -105,8 +106,9 @@ int main(int argc, char** argv) {
       "import", "Replace one node's (or the scene's) associations by raw text");
   import->add_option("FILE", file, "Scene file")->required();
   import->add_option("IN", input, "Raw associations text, - for stdin")->required();
-  addTarget(*import, target, true);
-  target.nodeOption->check(nodeNameValidator());
+  TargetOptions importTarget;
+  addTarget(*import, importTarget, true);
+  importTarget.nodeOption->check(nodeNameValidator());
   import->add_option("--structures", structuresFile,
                      "Structure declarations the streams need and the file lacks, one per line")
       ->type_name("STRUCTS");
@@ -115,7 +117,8 @@ int main(int argc, char** argv) {
   CLI::App* remove =
       app.add_subcommand("remove", "Drop one node's (or the scene's) associations");
   remove->add_option("FILE", file, "Scene file")->required();
-  addTarget(*remove, target, true);
+  TargetOptions removeTarget;
+  addTarget(*remove, removeTarget, true);
   remove->add_flag("--dry-run", dryRun, "Check everything, change nothing");
 
   CLI::App* externals = app.add_subcommand(
@@ -144,6 +147,13 @@ int main(int argc, char** argv) {
   demo->add_option("DIR", directory, "Folder for the samples (default: the current one)");
 
   try {
+    const std::string first = argc > 1 ? argv[1] : "-";
+    if (first[0] != '-' &&
+        app.get_subcommands([&first](const CLI::App* command) {
+             return command->check_name(first);
+           }).empty()) {
+      throw CLI::ExtrasError("Unknown subcommand '" + first + "'", CLI::ExitCodes::ExtrasError);
+    }
     app.parse(argc, argv);
     if (externals->parsed() && !remap->parsed() && files.empty()) {
       throw CLI::RequiredError("FILE");
@@ -155,12 +165,12 @@ int main(int argc, char** argv) {
 
   using namespace kivo::Meta;
   if (list->parsed()) return listFiles(files, json);
-  if (show->parsed()) return showFile(file, target.chosen(), structures);
-  if (exportCommand->parsed()) return exportAssociations(file, *target.chosen(), out);
+  if (show->parsed()) return showFile(file, showTarget.chosen(), structures);
+  if (exportCommand->parsed()) return exportAssociations(file, *exportTarget.chosen(), out);
   if (import->parsed()) {
-    return importAssociations(file, *target.chosen(), input, structuresFile, dryRun);
+    return importAssociations(file, *importTarget.chosen(), input, structuresFile, dryRun);
   }
-  if (remove->parsed()) return removeAssociations(file, *target.chosen(), dryRun);
+  if (remove->parsed()) return removeAssociations(file, *removeTarget.chosen(), dryRun);
   if (remap->parsed()) return remapExternals(files, from, to, dryRun);
   if (externals->parsed()) return listExternals(files, json);
   if (demo->parsed()) return runDemo(directory);

@@ -1,0 +1,351 @@
+// End-to-end tests of the kivo-meta tool: each runs the built program on
+// scenes that its demo subcommand writes (both formats) or on damaged ones.
+// Suites:
+//   KivoMetaUsage     exit code 2 and its messages, --help, --version
+//   KivoMetaList      listing as text and as JSON, many files with a bad one
+//   KivoMetaEdit      show/export/import/remove round trips on "ta" and "tb"
+//   KivoMetaSafety    failures and dry runs leave the scene's bytes alone
+//   KivoMetaExternals the external content table as JSON, remap and its dry run
+//   KivoMetaProgress  the progress line appears on a terminal only
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+
+struct Result {
+  int code;
+  std::string out;
+  std::string err;
+};
+
+std::string readBytes(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void writeBytes(const fs::path& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+std::string quoted(const std::string& text) {
+  std::string out = "'";
+  for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return out + "'";
+}
+
+std::string commandLine(const std::vector<std::string>& args) {
+  std::string line = quoted(KIVO_META_PATH);
+  for (const std::string& arg : args) line += " " + quoted(arg);
+  return line;
+}
+
+class KivoMetaTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    fDir = fs::path(KIVO_META_TEST_TMP) / (std::string(info->test_suite_name()) + "." + info->name());
+    fs::remove_all(fDir);
+    fs::create_directories(fDir);
+  }
+
+  // Runs the tool in the test's folder with stdin from input.
+  Result run(const std::vector<std::string>& args, const std::string& input = "") {
+    writeBytes(fDir / "stdin", input);
+    const std::string line = "cd " + quoted(fDir.string()) + " && " + commandLine(args) +
+                             " <stdin >stdout 2>stderr";
+    const int status = std::system(line.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readBytes(fDir / "stdout"),
+            readBytes(fDir / "stderr")};
+  }
+
+  // demo.ta and demo.tb in the test's folder.
+  void makeDemo() { ASSERT_EQ(run({"demo", "."}).code, 0); }
+
+  Json json(const std::vector<std::string>& args) {
+    const Result result = run(args);
+    EXPECT_EQ(result.code, 0) << result.err;
+    return Json::parse(result.out);
+  }
+
+  fs::path fDir;
+};
+
+using KivoMetaUsage = KivoMetaTest;
+using KivoMetaList = KivoMetaTest;
+using KivoMetaEdit = KivoMetaTest;
+using KivoMetaSafety = KivoMetaTest;
+using KivoMetaExternals = KivoMetaTest;
+using KivoMetaProgress = KivoMetaTest;
+
+const char* const kFormats[] = {"demo.ta", "demo.tb"};
+
+TEST_F(KivoMetaUsage, RefusesBadArgumentsWithCodeTwo) {
+  struct Case {
+    std::vector<std::string> args;
+    const char* message;
+  };
+  const Case cases[] = {
+      {{}, "A subcommand is required"},
+      {{"list"}, "FILE is required"},
+      {{"frobnicate"}, "Unknown subcommand 'frobnicate'"},
+      {{"export", "demo.ta"}, "Exactly 1 option from [--node,--scene] is required"},
+      {{"remove", "demo.ta", "--node", "a", "--scene"}, "[--node,--scene]"},
+      {{"show", "demo.ta", "--node", "a", "--scene"}, "Requires at most 1 options"},
+      {{"import", "demo.ta", "in.txt", "--node", "two words"}, "must not hold blanks"},
+      {{"import", "demo.ta", "in.txt", "--node", "-scn"}, "must not start with '-'"},
+      {{"externals"}, "FILE is required"},
+      {{"externals", "remap", "demo.ta", "--from", "", "--to", "/x"}, "must not be empty"},
+      {{"externals", "remap", "demo.ta", "--to", "/x"}, "--from is required"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(commandLine(c.args));
+    const Result result = run(c.args);
+    EXPECT_EQ(result.code, 2);
+    EXPECT_NE(result.err.find(c.message), std::string::npos) << result.err;
+  }
+}
+
+TEST_F(KivoMetaUsage, HelpAndVersionSucceed) {
+  const Result help = run({"--help"});
+  EXPECT_EQ(help.code, 0);
+  for (const char* command : {"list", "show", "export", "import", "remove", "externals", "demo"}) {
+    EXPECT_NE(help.out.find(command), std::string::npos) << command;
+  }
+  EXPECT_EQ(run({"externals", "remap", "--help"}).code, 0);
+  const Result version = run({"--version"});
+  EXPECT_EQ(version.code, 0);
+  EXPECT_EQ(version.out.rfind("kivo-meta ", 0), 0u) << version.out;
+}
+
+TEST_F(KivoMetaList, ListsBothFormatsAlikeAsJson) {
+  makeDemo();
+  const Json listing = json({"list", "--json", "demo.ta", "demo.tb"});
+  ASSERT_EQ(listing["files"].size(), 2u);
+  for (const Json& file : listing["files"]) {
+    SCOPED_TRACE(file["file"].get<std::string>());
+    EXPECT_TRUE(file["ok"].get<bool>());
+    EXPECT_EQ(file["structures"], listing["files"][0]["structures"]);
+    EXPECT_EQ(file["associations"], listing["files"][0]["associations"]);
+  }
+  const Json& first = listing["files"][0];
+  EXPECT_EQ(first["structures"].size(), 6u);
+  const Json color = first["structures"][4];
+  EXPECT_EQ(color["name"], "vertexColor");
+  EXPECT_EQ(color["members"][0], (Json{{"name", "rgb"}, {"type", "float"}, {"length", 3}}));
+
+  const Json& associations = first["associations"];
+  ASSERT_EQ(associations.size(), 3u);
+  EXPECT_EQ(associations[0]["name"], "");
+  EXPECT_TRUE(associations[0]["scene"].get<bool>());
+  EXPECT_EQ(associations[1]["name"], "pCubeShape1");
+  const Json& channels = associations[1]["channels"];
+  ASSERT_EQ(channels.size(), 3u);
+  EXPECT_EQ(channels[0]["name"], "edge");
+  EXPECT_EQ(channels[0]["streams"][0], (Json{{"name", "crease"},
+                                             {"structure", "edgeCrease"},
+                                             {"indexType", "pair"},
+                                             {"elements", 4}}));
+  EXPECT_EQ(channels[1]["streams"][0]["indexType"], "string");
+  EXPECT_EQ(channels[2]["streams"][1]["elements"], 8);
+}
+
+TEST_F(KivoMetaList, ContinuesPastBadFilesAndNamesThem) {
+  makeDemo();
+  writeBytes(fDir / "old.ta", "//Tarn ASCII 2013 scene\nselect -ne :time1;\n// End of old.ta\n");
+  writeBytes(fDir / "text.tb", "not a binary scene, just some text\n");
+  writeBytes(fDir / "scene.abc", "");
+  const Result result =
+      run({"list", "old.ta", "demo.ta", "text.tb", "missing.ta", "scene.abc", "demo.tb"});
+  EXPECT_EQ(result.code, 1);
+  EXPECT_EQ(result.err,
+            "kivo-meta: old.ta: Unsupported year.\n"
+            "kivo-meta: text.tb: Not a supported file type.\n"
+            "kivo-meta: missing.ta: Could not open missing.ta\n"
+            "kivo-meta: scene.abc: No factory registered for type of file \"scene.abc\"\n");
+  EXPECT_EQ(result.out.rfind("demo.ta\n  structure edgeCrease: double sharpness, bool hard\n", 0),
+            0u)
+      << result.out;
+  EXPECT_NE(result.out.find("\ndemo.tb\n"), std::string::npos);
+  EXPECT_NE(result.out.find("      stream crease: structure edgeCrease, pair index, 4 elements\n"),
+            std::string::npos);
+
+  const Result asJson = run({"list", "--json", "old.ta", "demo.tb"});
+  EXPECT_EQ(asJson.code, 1);
+  const Json files = Json::parse(asJson.out)["files"];
+  EXPECT_EQ(files[0], (Json{{"file", "old.ta"}, {"ok", false}, {"error", "Unsupported year."}}));
+  EXPECT_TRUE(files[1]["ok"].get<bool>());
+}
+
+TEST_F(KivoMetaEdit, ExportImportShowAndRemoveRoundTrip) {
+  makeDemo();
+  for (const char* scene : kFormats) {
+    SCOPED_TRACE(scene);
+    const Result exported = run({"export", scene, "--node", "pCubeShape1", "-o", "cube.txt"});
+    ASSERT_EQ(exported.code, 0) << exported.err;
+    const std::string text = readBytes(fDir / "cube.txt");
+    EXPECT_EQ(run({"show", scene, "--node", "pCubeShape1"}).out, text);
+    EXPECT_EQ(text.substr(text.size() - 27), "endChannel\nendAssociations\n");
+
+    // Under a new name, from stdin, with a changed value.
+    std::string changed = text;
+    changed.replace(changed.find("\"brick\" 1 1000"), 14, "\"stone\" 9 1000");
+    const Result imported = run({"import", scene, "--node", "pCubeShape2", "-"}, changed);
+    ASSERT_EQ(imported.code, 0) << imported.err;
+    EXPECT_EQ(imported.out, std::string(scene) +
+                                ": imported 3 channels, 5 streams into node pCubeShape2\n");
+    EXPECT_EQ(run({"show", scene, "--node", "pCubeShape2"}).out, changed);
+    EXPECT_EQ(run({"show", scene, "--node", "pCubeShape1"}).out, text);
+
+    // Replacing the scene's associations keeps the nodes'.
+    ASSERT_EQ(run({"export", scene, "--scene", "-o", "scene.txt"}).code, 0);
+    ASSERT_EQ(run({"import", scene, "--scene", "cube.txt"}).code, 0);
+    EXPECT_EQ(run({"show", scene, "--scene"}).out, text);
+    ASSERT_EQ(run({"import", scene, "--scene", "scene.txt"}).code, 0);
+
+    for (const char* node : {"pCubeShape2", "pPlaneShape1"}) {
+      const Result removed = run({"remove", scene, "--node", node});
+      EXPECT_EQ(removed.code, 0) << removed.err;
+      EXPECT_EQ(run({"show", scene, "--node", node}).out.find("channel"), std::string::npos);
+    }
+    EXPECT_EQ(run({"show", scene, "--node", "pCubeShape1"}).out, text);
+    EXPECT_EQ(run({"show", scene, "--scene"}).out, readBytes(fDir / "scene.txt"));
+  }
+}
+
+TEST_F(KivoMetaEdit, ImportTakesMissingStructuresFromTheStructuresFile) {
+  makeDemo();
+  const std::string text =
+      "channel\nname vertex\nstream\nname uv\nindexType numeric\nstructure uvSet\n"
+      "0\n0.5 0.25\nendStream\nendChannel\nendAssociations\n";
+  writeBytes(fDir / "uv.txt", text);
+  writeBytes(fDir / "structs.txt", "name=uvSet:float[2]=uv\n\nname=vertexColor:float[3]=rgb:float=alpha\n");
+  for (const char* scene : kFormats) {
+    SCOPED_TRACE(scene);
+    const Result missing = run({"import", scene, "--node", "pCubeShape1", "uv.txt"});
+    EXPECT_EQ(missing.code, 1);
+    EXPECT_NE(missing.err.find("Structure 'uvSet' not found"), std::string::npos) << missing.err;
+
+    const Result given =
+        run({"import", scene, "--node", "pCubeShape1", "uv.txt", "--structures", "structs.txt"});
+    ASSERT_EQ(given.code, 0) << given.err;
+    EXPECT_EQ(run({"show", scene, "--node", "pCubeShape1"}).out, text);
+    const std::string structures = run({"show", scene, "--structures"}).out;
+    EXPECT_NE(structures.find("\nname=uvSet:float[2]=uv\n"), std::string::npos) << structures;
+  }
+}
+
+TEST_F(KivoMetaSafety, FailuresAndDryRunsLeaveTheSceneUntouched) {
+  makeDemo();
+  const std::string good = run({"show", "demo.ta", "--node", "pPlaneShape1"}).out;
+  writeBytes(fDir / "good.txt", good);
+  const size_t stream = good.find("stream\n");
+  writeBytes(fDir / "bad.txt", good.substr(0, stream) + "bogus\n" + good.substr(stream));
+  writeBytes(fDir / "empty.txt", "endAssociations\n");
+  writeBytes(fDir / "clash.txt", "name=faceMaterial:string=material\n");
+  writeBytes(fDir / "broken.txt", "name=s:int32\n");
+  struct Case {
+    std::vector<std::string> args;
+    const char* message;
+  };
+  const Case cases[] = {
+      {{"import", "--node", "n", "bad.txt"}, "Unrecognized keyword 'bogus'"},
+      {{"import", "--node", "n", "empty.txt"}, "holds no stream: nothing to import."},
+      {{"import", "--node", "n", "missing.txt"}, "Could not open missing.txt."},
+      {{"import", "--node", "n", "good.txt", "--structures", "clash.txt"},
+       "Structure faceMaterial is given with another layout than the file declares"},
+      {{"import", "--node", "n", "good.txt", "--structures", "broken.txt"}, "Line 1: "},
+      {{"remove", "--node", "nobody"}, "The file holds no metadata for node nobody."},
+      {{"export", "--node", "pPlaneShape1", "-o", "SCENE"},
+       "Refusing to write the export over the scene file."},
+      {{"import", "--node", "n", "good.txt", "--dry-run"}, ""},
+      {{"remove", "--scene", "--dry-run"}, ""},
+      {{"externals", "remap", "--from", "/projects", "--to", "/elsewhere", "--dry-run"}, ""},
+  };
+  for (const char* scene : kFormats) {
+    const std::string before = readBytes(fDir / scene);
+    for (const Case& c : cases) {
+      std::vector<std::string> args = c.args;
+      const size_t at = args[0] == "externals" ? 2 : 1;
+      args.insert(args.begin() + at, scene);
+      for (std::string& arg : args) arg = arg == "SCENE" ? scene : arg;
+      SCOPED_TRACE(commandLine(args));
+      const Result result = run(args);
+      EXPECT_EQ(result.code, *c.message ? 1 : 0) << result.err;
+      if (*c.message) {
+        EXPECT_NE(result.err.find(c.message), std::string::npos) << result.err;
+      }
+      EXPECT_EQ(readBytes(fDir / scene), before);
+    }
+  }
+}
+
+TEST_F(KivoMetaExternals, ListsAndRemapsTheResolvedPaths) {
+  makeDemo();
+  for (const char* scene : kFormats) {
+    SCOPED_TRACE(scene);
+    const Json before = json({"externals", "--json", scene})["files"][0];
+    ASSERT_EQ(before["entries"].size(), 3u);
+    EXPECT_EQ(before["entries"][1],
+              (Json{{"node", "file2"},
+                    {"key", "fileTextureName"},
+                    {"upath", "$PROJECT/textures/brick_normal.png"},
+                    {"rpath", "/projects/demo/textures/brick_normal.png"},
+                    {"roles", {"normal;bump", "texture"}}}));
+
+    const Result dry = run({"externals", "remap", scene, "--from", "/projects/demo/",
+                            "--to", "/mnt/site2/", "--dry-run"});
+    EXPECT_EQ(dry.out.substr(0, dry.out.find('\n')),
+              std::string(scene) + ": 2 of 3 resolved paths would be remapped (dry run)");
+    const Result remap =
+        run({"externals", "remap", scene, "--from", "/projects/demo/", "--to", "/mnt/site2/"});
+    ASSERT_EQ(remap.code, 0) << remap.err;
+    EXPECT_EQ(remap.out, std::string(scene) +
+                             ": 2 of 3 resolved paths remapped\n"
+                             "  file1 fileTextureName: /projects/demo/textures/brick.png -> "
+                             "/mnt/site2/textures/brick.png\n"
+                             "  file2 fileTextureName: /projects/demo/textures/brick_normal.png -> "
+                             "/mnt/site2/textures/brick_normal.png\n");
+    Json after = json({"externals", "--json", scene})["files"][0];
+    EXPECT_EQ(after["entries"][0]["rpath"], "/mnt/site2/textures/brick.png");
+    EXPECT_EQ(after["entries"][0]["upath"], before["entries"][0]["upath"]);
+    after["entries"][0]["rpath"] = before["entries"][0]["rpath"];
+    after["entries"][1]["rpath"] = before["entries"][1]["rpath"];
+    EXPECT_EQ(after["entries"], before["entries"]);
+    EXPECT_EQ(json({"list", "--json", scene})["files"][0]["associations"].size(), 3u);
+  }
+  // A file without a table is no failure; a bad file is, and the rest go on.
+  writeBytes(fDir / "bad.tb", "FOR8");
+  const Result many = run({"externals", "remap", "bad.tb", "demo.ta", "--from", "/mnt/site2/",
+                           "--to", "/projects/demo/"});
+  EXPECT_EQ(many.code, 1);
+  EXPECT_EQ(many.err, "kivo-meta: bad.tb: Could not read file identification.\n");
+  EXPECT_EQ(many.out.substr(0, many.out.find('\n')), "demo.ta: 2 of 3 resolved paths remapped");
+}
+
+TEST_F(KivoMetaProgress, ShowsDoneAndTotalOnATerminalOnly) {
+  if (std::system("command -v script >/dev/null 2>&1") != 0) GTEST_SKIP() << "no script(1)";
+  makeDemo();
+  const std::vector<std::string> args = {"list", "demo.ta", "demo.tb", "demo.ta", "demo.tb"};
+  EXPECT_EQ(run(args).err, "");
+  const std::string onTerminal = "script -qec " + quoted(commandLine(args) + " >/dev/null") +
+                                 " /dev/null >terminal";
+  ASSERT_EQ(std::system(("cd " + quoted(fDir.string()) + " && " + onTerminal).c_str()), 0);
+  const std::string screen = readBytes(fDir / "terminal");
+  EXPECT_NE(screen.find("[0/4] demo.ta"), std::string::npos) << screen;
+  EXPECT_NE(screen.find("[3/4] demo.tb"), std::string::npos) << screen;
+}
+
+}  // namespace
