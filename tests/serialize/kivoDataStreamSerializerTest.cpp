@@ -137,68 +137,40 @@ TEST_F(StreamRawWrite, MemberWithoutDataIsNamedByItsTypeWord) {
   }
 }
 
-// Fills element k of a structure made by allTypes() with values that print
-// exactly at the default precision, extremes of every integer type included.
+// Two values per type, in type order, that print back exactly at the default
+// precision: the extremes of every integer type, escapes in strings.
+const char* const kValues[][2] = {
+    {"false", "True"},
+    {"0.5", "-1e+20"},
+    {"", ""},  // matrices: see matrixText()
+    {"1.5", "-3"},
+    {"", ""},
+    {"-128", "127"},
+    {"-32768", "32767"},
+    {"-2147483648", "2147483647"},
+    {"-9223372036854775808", "9223372036854775807"},
+    {"q\"b\\n\n \t", ""},
+    {"255", "0"},
+    {"65535", "1"},
+    {"4294967295", "2"},
+    {"18446744073709551615", "3"},
+};
+
+std::string matrixText(int k) {
+  std::string text;
+  for (int i = 0; i < 16; ++i) text += std::to_string(i * k - 7) + ".25 ";
+  return text;
+}
+
+// Fills every value of a handle on a structure made by allTypes(); k varies
+// the matrices.
 void fillAllTypes(Handle& h, int k) {
   std::string errors;
   for (unsigned int m = 0; h.setPositionByMemberIndex(m); ++m) {
-    switch (h.dataType()) {
-      case Member::kBoolean:
-        h.asBoolean()[0] = k % 2;
-        h.asBoolean()[1] = true;
-        break;
-      case Member::kDouble:
-        h.asDouble()[0] = k + 0.5;
-        h.asDouble()[1] = -1e20;
-        break;
-      case Member::kDoubleMatrix4x4:
-        for (int i = 0; i < 32; ++i) h.asDoubleMatrix4x4()[i] = i * 0.25 + k;
-        break;
-      case Member::kFloat:
-        h.asFloat()[0] = 1.5f;
-        h.asFloat()[1] = -static_cast<float>(k);
-        break;
-      case Member::kFloatMatrix4x4:
-        for (int i = 0; i < 16; ++i) h.asFloatMatrix4x4()[i] = -i - k;
-        break;
-      case Member::kInt8:
-        h.asInt8()[0] = -128;
-        h.asInt8()[1] = 127;
-        break;
-      case Member::kInt16:
-        h.asInt16()[0] = -32768;
-        h.asInt16()[1] = static_cast<int16_t>(k);
-        break;
-      case Member::kInt32:
-        h.asInt32()[0] = std::numeric_limits<int32_t>::min();
-        h.asInt32()[1] = k;
-        break;
-      case Member::kInt64:
-        h.asInt64()[0] = std::numeric_limits<int64_t>::min();
-        h.asInt64()[1] = std::numeric_limits<int64_t>::max();
-        break;
-      case Member::kString:
-        h.fromStr("q\"b\\n\n \t" + std::to_string(k), 0, errors);
-        h.fromStr("", 1, errors);
-        break;
-      case Member::kUInt8:
-        h.asUInt8()[0] = 255;
-        h.asUInt8()[1] = static_cast<uint8_t>(k);
-        break;
-      case Member::kUInt16:
-        h.asUInt16()[0] = 65535;
-        h.asUInt16()[1] = static_cast<uint16_t>(k);
-        break;
-      case Member::kUInt32:
-        h.asUInt32()[0] = std::numeric_limits<uint32_t>::max();
-        h.asUInt32()[1] = k;
-        break;
-      case Member::kUInt64:
-        h.asUInt64()[0] = std::numeric_limits<uint64_t>::max();
-        h.asUInt64()[1] = k;
-        break;
-      default:
-        break;
+    for (unsigned int i = 0; i < h.dataLength(); ++i) {
+      const bool matrix = h.dataType() == Member::kDoubleMatrix4x4 ||
+                          h.dataType() == Member::kFloatMatrix4x4;
+      h.fromStr(matrix ? matrixText(k + i) : kValues[h.dataType()][i], i, errors);
     }
   }
   EXPECT_EQ(errors, "");
