@@ -171,6 +171,9 @@ class StreamReader {
       ++fRecord;
       fCount += StreamSerializerRaw::readStructure(*fStructure, fInput, fRecord, handle, fMessages);
       fInput.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+      // Once an error is counted the stream will be discarded: its elements
+      // are no longer stored, so bad text cannot make it grow.
+      if (fCount != 0) continue;
       // Not counted: the stream is still returned, without this element.
       if (!stream.setElement(index, handle)) fMessages += couldNotAdd(index);
     }
