@@ -1,8 +1,11 @@
-// kivoMetaCommands.cpp: the subcommands of kivo-meta.
+// kivoMetaCommands.cpp: the subcommands of kivo-meta. Any exception while
+// working on a file (a Failure, or anything thrown beneath it, such as an
+// allocation failure on a hostile file) ends the work on that file only.
 #include "kivoMetaCommands.h"
 
 #include "kivoMetaOutput.h"
 
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -160,7 +163,7 @@ int listFiles(const std::vector<std::string>& files, bool json) {
       } else {
         reporter.output(listingText(file, *scene));
       }
-    } catch (const Failure& failure) {
+    } catch (const std::exception& failure) {
       reporter.failure(file, failure.what());
       if (json) documents.push_back(failureJson(file, failure.what()));
     }
@@ -190,7 +193,7 @@ int showFile(const std::string& file, const std::optional<Target>& target, bool 
       text += (parts.size() == 1 && !everything ? "" : heading + "\n") + raw;
     }
     reporter.output(text);
-  } catch (const Failure& failure) {
+  } catch (const std::exception& failure) {
     reporter.failure(file, failure.what());
   }
   return reporter.exitCode();
@@ -207,7 +210,7 @@ int exportAssociations(const std::string& file, const Target& target, const std:
       if (sameFile(out, file)) throw Failure("Refusing to write the export over the scene file.");
       writeOutput(out, text);
     }
-  } catch (const Failure& failure) {
+  } catch (const std::exception& failure) {
     reporter.failure(file, failure.what());
   }
   return reporter.exitCode();
@@ -233,7 +236,7 @@ int importAssociations(const std::string& file, const Target& target, const std:
       reporter.output(printable(file) + ": imported " + summary + " into " +
                       printable(target.describe()) + "\n");
     }
-  } catch (const Failure& failure) {
+  } catch (const std::exception& failure) {
     reporter.failure(file, failure.what());
   }
   return reporter.exitCode();
@@ -253,7 +256,7 @@ int removeAssociations(const std::string& file, const Target& target, bool dryRu
                       printable(target.describe()) +
                       (emptyEntry ? " (an empty entry hides its old statement)\n" : "\n"));
     }
-  } catch (const Failure& failure) {
+  } catch (const std::exception& failure) {
     reporter.failure(file, failure.what());
   }
   return reporter.exitCode();
@@ -272,7 +275,7 @@ int listExternals(const std::vector<std::string>& files, bool json) {
       } else {
         reporter.output(externalsText(file, entries));
       }
-    } catch (const Failure& failure) {
+    } catch (const std::exception& failure) {
       reporter.failure(file, failure.what());
       if (json) documents.push_back(failureJson(file, failure.what()));
     }
@@ -288,7 +291,7 @@ int remapExternals(const std::vector<std::string>& files, const std::string& fro
     reporter.starting(file);
     try {
       reporter.output(remapFile(file, from, to, dryRun));
-    } catch (const Failure& failure) {
+    } catch (const std::exception& failure) {
       reporter.failure(file, failure.what());
     }
   }

@@ -195,7 +195,7 @@ int runDemo(const std::string& directory) {
     addMetadata(binary, structures, associations);
     reporter.output(listingText(ascii, *readScene(ascii)) + "\n" +
                     listingText(binary, *readScene(binary)));
-  } catch (const Failure& failure) {
+  } catch (const std::exception& failure) {
     reporter.failure(directory, failure.what());
   }
   return reporter.exitCode();
