@@ -294,6 +294,9 @@ TEST_F(TarnAscii, ReadKeepsOnlyTheNamedStructuresAndAssociations) {
   ExternalContent::getEntry(back, node, key, upath, rpath, roles);
   EXPECT_EQ(node + " " + key + " " + upath + " " + rpath, "file1 ftn a.png /p/a.png");
   EXPECT_EQ(roles, (std::set<std::string>{"tex;ture", "-"}));
+  ExternalContent::updateEntry(back, "/q/a.png");
+  ExternalContent::getEntry(back, node, key, upath, rpath, roles);
+  EXPECT_EQ(upath + " " + rpath, "a.png /q/a.png");
 }
 
 TEST_F(TarnAscii, WriteInsertsMetadataBeforeTheTrailerAndReadsItBack) {

@@ -2,13 +2,12 @@
 // AccessorBase.*      the base write message, the structure order, references
 // AccessorRead.*      the read protocol: registry isolation on every path,
 //                     structures of an earlier read kept alive
-// AccessorTarnPayload.*  deserializing by format name, truncation
-// ExternalContent.*   roles text, table entries, the table's stream, readTable
+// AccessorTarnPayload.*  deserializing by format name
+// ExternalContent.*   roles text, the table's stream, readTable messages
 #include <kivo/access/kivoDataAccessor.h>
 #include <kivo/access/kivoDataAccessorTarn.h>
 #include <kivo/data/kivoDataAssociations.h>
 #include <kivo/data/kivoDataChannel.h>
-#include <kivo/data/kivoDataHandle.h>
 #include <kivo/data/kivoDataStream.h>
 #include <kivo/data/kivoDataStructure.h>
 
@@ -18,7 +17,6 @@
 #include <stdexcept>
 #include <string>
 
-#include "access/kivoAccessTestFiles.h"
 #include "support/kivoOwnership.h"
 
 namespace {
@@ -28,7 +26,6 @@ using kivo::Data::AccessorFactory;
 using kivo::Data::AccessorTarn;
 using kivo::Data::Associations;
 using kivo::Data::Channel;
-using kivo::Data::Handle;
 using kivo::Data::Member;
 using kivo::Data::Stream;
 using kivo::Data::Structure;
@@ -234,15 +231,6 @@ TEST(AccessorTarnPayload, DeserializesByFormatNameOnly) {
   EXPECT_EQ(Structure::structureByName("S"), nullptr);
 }
 
-TEST(AccessorTarnPayload, TruncatesFiles) {
-  kivo::Test::TempFolder folder;
-  const std::string path = folder.path("t.bin");
-  kivo::Test::writeBytes(path, "0123456789");
-  EXPECT_TRUE(AccessorTarn::truncateFile(path, 4));
-  EXPECT_EQ(kivo::Test::readBytes(path), "0123");
-  EXPECT_FALSE(AccessorTarn::truncateFile(folder.path("missing"), 0));
-}
-
 struct RolesCase {
   std::set<std::string> roles;
   const char* text;
@@ -268,45 +256,14 @@ TEST(ExternalContent, RolesTextEscapesDashThenSemicolon) {
   EXPECT_EQ(odd, (std::set<std::string>{"a-x", "b-"}));
 }
 
-// The table's structure, registered for the test's duration.
-class ExternalContentTable : public ::testing::Test {
- protected:
-  void SetUp() override {
-    fTable = Structure::create();
-    fTable->setName(ExternalContent::getStructureName().c_str());
-    for (const char* member : {"node", "key", "upath", "rpath", "roles"})
-      fTable->addMember(Member::kString, 1, member);
-    Structure::registerStructure(*fTable);
-  }
-  void TearDown() override { Structure::deregisterStructure(*fTable); }
-
-  Structure* fTable = nullptr;
-};
-
-TEST_F(ExternalContentTable, EntriesRoundTripThroughAHandle) {
-  Handle h(*fTable);
-  ExternalContent::setEntry(h, "file1", "fileTextureName", "$DIR/a b.png", "/p/a b.png",
-                            {"texture", "a;b", "c-d"});
-  std::string node, key, upath, rpath;
-  std::set<std::string> roles;
-  ExternalContent::getEntry(h, node, key, upath, rpath, roles);
-  EXPECT_EQ(node + "|" + key + "|" + upath + "|" + rpath, "file1|fileTextureName|$DIR/a b.png|/p/a b.png");
-  EXPECT_EQ(roles, (std::set<std::string>{"texture", "a;b", "c-d"}));
-  h.setPositionByMemberName("roles");
-  EXPECT_EQ(h.str(0), "a-*b;c--d;texture");
-
-  ExternalContent::updateEntry(h, "/q/a.png");
-  roles.clear();
-  ExternalContent::getEntry(h, node, key, upath, rpath, roles);
-  EXPECT_EQ(upath + "|" + rpath, "$DIR/a b.png|/q/a.png");
-}
-
-TEST_F(ExternalContentTable, StreamIsFoundOnlyWhereTheTableLives) {
+TEST(ExternalContent, StreamIsFoundOnlyWhereTheTableLives) {
+  StructureRef table(new Structure("externalContentTable"));
+  table->addMember(Member::kString, 1, "node");
   Associations scene;
   EXPECT_EQ(ExternalContent::getStream(scene), nullptr);
   Channel channel = scene.channel("externalContentTable");
   EXPECT_EQ(ExternalContent::getStream(scene), nullptr);
-  channel.setDataStream(Stream(*fTable, "v1.0"));
+  channel.setDataStream(Stream(*table, "v1.0"));
   const Associations& constScene = scene;
   ASSERT_NE(ExternalContent::getStream(constScene), nullptr);
   EXPECT_EQ(ExternalContent::getStream(scene)->name(), "v1.0");
