@@ -24,10 +24,10 @@ constexpr char kNoSerializer[] = "Could not find serializer for format ";
 constexpr char kNoAccessor[] = "No accessor found for type of file ";
 
 // One constant string per word, alive for the whole process.
-#define KIVO_WORD(function, text)           \
-  const std::string& function() {           \
-    static const std::string word(text);    \
-    return word;                            \
+#define KIVO_WORD(function, text)        \
+  const std::string& function() {        \
+    static const std::string word(text); \
+    return word;                         \
   }
 
 // Sets the member named member of h's element from text; the table's

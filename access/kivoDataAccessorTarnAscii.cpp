@@ -120,7 +120,8 @@ bool checkHeader(std::istream& in, std::string& message) {
     return false;
   }
   long year = 0;
-  for (size_t i = start.size(); i < start.size() + kYearDigits && line[i] >= '0' && line[i] <= '9'; ++i)
+  for (size_t i = start.size(); i < start.size() + kYearDigits && line[i] >= '0' && line[i] <= '9';
+       ++i)
     year = year * 10 + (line[i] - '0');
   if (year < kFirstSupportedYear) {
     message = kUnsupportedYear;
@@ -226,12 +227,18 @@ class MetadataScan {
  public:
   // Positions only: nothing is read or registered.
   explicit MetadataScan(int64_t size)
-      : fSize(size), fPositionsOnly(true), fStructures(nullptr), fAssociations(nullptr),
+      : fSize(size),
+        fPositionsOnly(true),
+        fStructures(nullptr),
+        fAssociations(nullptr),
         fErrors(nullptr) {}
   MetadataScan(int64_t size, const std::set<std::string>* structureNames,
                const std::set<std::string>* associationsNames, std::string& errors)
-      : fSize(size), fPositionsOnly(false), fStructures(structureNames),
-        fAssociations(associationsNames), fErrors(&errors) {}
+      : fSize(size),
+        fPositionsOnly(false),
+        fStructures(structureNames),
+        fAssociations(associationsNames),
+        fErrors(&errors) {}
 
   // Walks the block of bytes that starts at position start, from its last
   // byte to its first. False when the scan is over.
@@ -523,14 +530,14 @@ bool TarnAsciiFileAccessor::write(std::string& errors) const {
       return false;
     }
   }
-  if (!file.write(trailer.data(), static_cast<std::streamsize>(trailer.size())) ||
-      !file.flush()) {
+  if (!file.write(trailer.data(), static_cast<std::streamsize>(trailer.size())) || !file.flush()) {
     Detail::appendMessage(errors, kTrailerNotWritten);
     return false;
   }
   const int64_t length = static_cast<int64_t>(file.tellp());
   file.close();
-  if (length < 0 || file.fail() || !AccessorTarn::truncateFile(name, static_cast<uint64_t>(length))) {
+  if (length < 0 || file.fail() ||
+      !AccessorTarn::truncateFile(name, static_cast<uint64_t>(length))) {
     Detail::appendMessage(errors, kNotTruncated);
     fStamp = Detail::FileStamp();
     return false;
@@ -570,12 +577,11 @@ bool TarnAsciiFileAccessor::composeSection(std::vector<Statement>& statements,
       Detail::appendMessage(errors, failure);
       return false;
     }
-    statements.push_back({Words::getApplyMetadataCommandName() + " " +
-                              Words::getApplyMetadataCommandFormatFlag() + " \"" +
-                              serializer->formatType() + "\" " +
-                              Words::getApplyMetadataCommandValueFlag() + " \"" +
-                              Detail::escapeAsciiValue(text.str()) + "\" \n\t\t" + target + ";\n",
-                          failure});
+    statements.push_back(
+        {Words::getApplyMetadataCommandName() + " " + Words::getApplyMetadataCommandFormatFlag() +
+             " \"" + serializer->formatType() + "\" " + Words::getApplyMetadataCommandValueFlag() +
+             " \"" + Detail::escapeAsciiValue(text.str()) + "\" \n\t\t" + target + ";\n",
+         failure});
     return true;
   };
   const std::string& scene = AccessorTarn::getSceneAssociationsName();
@@ -589,17 +595,15 @@ bool TarnAsciiFileAccessor::composeSection(std::vector<Statement>& statements,
     if (!statementFor(entry.first, entry.second, kNodeNotWritten)) return false;
   }
   const auto sceneEntry = associations().find(scene);
-  if (sceneEntry != associations().end() &&
-      !statementFor(Words::getApplyMetadataCommandSceneFlag(), sceneEntry->second,
-                    kSceneNotWritten))
+  if (sceneEntry != associations().end() && !statementFor(Words::getApplyMetadataCommandSceneFlag(),
+                                                          sceneEntry->second, kSceneNotWritten))
     return false;
   return true;
 }
 
 // The start of the metadata section and of the trailer after it.
-bool TarnAsciiFileAccessor::locateSection(std::fstream& file, int64_t size,
-                                          int64_t& metadataStart, int64_t& trailerPosition,
-                                          std::string& errors) const {
+bool TarnAsciiFileAccessor::locateSection(std::fstream& file, int64_t size, int64_t& metadataStart,
+                                          int64_t& trailerPosition, std::string& errors) const {
   if (fFirstMetadataBlock <= 0) {
     if (!locateTrailer(file, size, trailerPosition, errors)) return false;
     metadataStart = trailerPosition;

@@ -97,8 +97,7 @@ enum class eConversionType { ToUtf8, FromUtf8 };
 // converter cannot be opened or a character does not convert. converted,
 // when given, is set to whether the whole text converted (a failure, or a
 // result cut at a NUL, sets it false).
-std::string convertString(const std::string& text, eConversionType type,
-                          bool* converted = nullptr);
+std::string convertString(const std::string& text, eConversionType type, bool* converted = nullptr);
 
 // The tag and the data size (padding excluded) of one chunk.
 struct ChunkHeader {
@@ -120,8 +119,8 @@ class BinaryReader {
   // failure the message replaces errors. Sizes the file's length does not
   // back, and a trailer start inside the first 40 bytes, are refused.
   static bool seekToTrailerStart(std::istream& in, uint64_t& mainChunkSizePosition,
-                                 uint64_t& trailerSizePosition,
-                                 uint64_t& trailerSizeChunkPosition, std::string& errors);
+                                 uint64_t& trailerSizePosition, uint64_t& trailerSizeChunkPosition,
+                                 std::string& errors);
 };
 
 class BinaryWriter {

@@ -68,10 +68,10 @@ TEST(TarnAsciiEscaping, ValuesEscapeControlsQuotesAndBackslashes) {
 TEST(TarnAsciiEscaping, UnescapingDecidesTheOpenCases) {
   const std::pair<std::string, std::string> cases[] = {
       {"\\101\\60x\\0", std::string("A0x\0", 4)},  // octal ends at a non-octal character
-      {"\\777\\400", std::string("\xff\0", 2)},      // above 255: the low eight bits
-      {"\\1234", "S4"},                              // at most three digits
-      {"end\\", "end\\"},                            // a final backslash stands for itself
-      {"\\q\\\"\\\\", "q\"\\"},                      // anything else gives that character
+      {"\\777\\400", std::string("\xff\0", 2)},    // above 255: the low eight bits
+      {"\\1234", "S4"},                            // at most three digits
+      {"end\\", "end\\"},                          // a final backslash stands for itself
+      {"\\q\\\"\\\\", "q\"\\"},                    // anything else gives that character
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.first);
@@ -234,7 +234,8 @@ TEST_F(TarnAscii, ReadScansBackwardsAndStopsAtTheSceneBody) {
   // CR-LF line ends between statements are passed over; the names of the
   // last statements span more than one block.
   std::string content = asciiBody(3000);
-  content.insert(content.find("createNode"), "dataStructure -fmt \"raw\" -as \"name=inBody:int8=b\";\n");
+  content.insert(content.find("createNode"),
+                 "dataStructure -fmt \"raw\" -as \"name=inBody:int8=b\";\n");
   const std::string longName(2500, 'n');
   content += "dataStructure -fmt \"raw\" -as \"name=first:int32=a\";\r\n\n// comment;\n   \n";
   for (int i = 0; i < 30; ++i)
@@ -249,8 +250,9 @@ TEST_F(TarnAscii, ReadScansBackwardsAndStopsAtTheSceneBody) {
   EXPECT_EQ(names.count("inBody"), 0u);
 
   // A file shorter than one block, metadata right after the header.
-  accessor = readOk(file(std::string(kAsciiHeader) +
-                         "dataStructure -fmt \"raw\" -as \"name=tiny:int32=a\";\n" + kAsciiTrailer));
+  accessor =
+      readOk(file(std::string(kAsciiHeader) +
+                  "dataStructure -fmt \"raw\" -as \"name=tiny:int32=a\";\n" + kAsciiTrailer));
   ASSERT_EQ(accessor->structures().size(), 1u);
   EXPECT_STREQ((*accessor->structures().begin())->name(), "tiny");
 }
@@ -304,12 +306,14 @@ TEST_F(TarnAscii, WriteInsertsMetadataBeforeTheTrailerAndReadsItBack) {
   const std::string trailer = std::string(kAsciiTrailer) + "// more trailer text\n";
   const std::string path = file(body + trailer);
   std::unique_ptr<Accessor> accessor = readOk(path);
-  writeOk(*accessor, {{"", pointsLabelled("say \"hi\"\\\n\tthere")}, {"zeta", pointsLabelled("z")},
+  writeOk(*accessor, {{"", pointsLabelled("say \"hi\"\\\n\tthere")},
+                      {"zeta", pointsLabelled("z")},
                       {"|group|alpha", pointsLabelled("a")}});
   const std::string written = readBytes(path);
   ASSERT_EQ(written.compare(0, body.size(), body), 0);
   ASSERT_EQ(written.compare(written.size() - trailer.size(), trailer.size(), trailer), 0);
-  const std::string section = written.substr(body.size(), written.size() - body.size() - trailer.size());
+  const std::string section =
+      written.substr(body.size(), written.size() - body.size() - trailer.size());
   EXPECT_EQ(section.find("dataStructure -fmt \"raw\" -as \"name=point:int32=id:string=label\";\n"
                          "applyMetadata -fmt \"raw\" -v \""),
             0u);
@@ -320,7 +324,8 @@ TEST_F(TarnAscii, WriteInsertsMetadataBeforeTheTrailerAndReadsItBack) {
   EXPECT_LT(zeta, group);
   EXPECT_LT(group, scene);
   EXPECT_EQ(scene + 11, section.size());
-  EXPECT_NE(section.find("say \\\\\\\"hi\\\\\\\"\\\\\\\\\\\\n\\tthere"), std::string::npos) << section;
+  EXPECT_NE(section.find("say \\\\\\\"hi\\\\\\\"\\\\\\\\\\\\n\\tthere"), std::string::npos)
+      << section;
 
   std::unique_ptr<Accessor> back = readOk(path);
   ASSERT_EQ(back->structures().size(), 1u);
@@ -371,10 +376,12 @@ TEST_F(TarnAscii, WriteReplacesOldMetadataAndTruncates) {
 TEST_F(TarnAscii, RewriteKeepsTheNodeLineAndWhatFollowsAsTrailer) {
   const std::string body = asciiBody(500);
   const std::string path = file(body + kAsciiTrailer);
-  const Accessor::AssociationsMap metadata{{"", pointsLabelled("s")}, {"pCube1", pointsLabelled("c")}};
+  const Accessor::AssociationsMap metadata{{"", pointsLabelled("s")},
+                                           {"pCube1", pointsLabelled("c")}};
   writeOk(*readOk(path), metadata);
   const std::string once = readBytes(path);
-  const std::string section = once.substr(body.size(), once.size() - body.size() - std::string(kAsciiTrailer).size());
+  const std::string section =
+      once.substr(body.size(), once.size() - body.size() - std::string(kAsciiTrailer).size());
   const std::string fromNodeLine = section.substr(section.find("\t\tpCube1;\n"));
 
   std::unique_ptr<Accessor> accessor = readOk(path);
@@ -393,8 +400,10 @@ TEST_F(TarnAscii, WriteRefusesAFileChangedSinceItWasSeen) {
   std::string errors;
   accessor->setStructures({fPoint});
   EXPECT_FALSE(accessor->write(errors));
-  EXPECT_EQ(errors, "The file " + path +
-                        " changed since this accessor last read or wrote it; read it again before writing.");
+  EXPECT_EQ(
+      errors,
+      "The file " + path +
+          " changed since this accessor last read or wrote it; read it again before writing.");
   EXPECT_EQ(readBytes(path), content + " ");
 
   // Same size, other modification time.
@@ -421,7 +430,8 @@ TEST_F(TarnAscii, WriteRefusesFilesItCannotRewriteSafely) {
   const std::string metadata = "dataStructure -fmt \"raw\" -as \"name=m:int32=a\";\n";
   const Refused cases[] = {
       {"", "Could not find trailer prefix."},
-      {"setAttr \".s\" -type \"string\" \"// End of scene.ta\";\n", "Could not find trailer prefix."},
+      {"setAttr \".s\" -type \"string\" \"// End of scene.ta\";\n",
+       "Could not find trailer prefix."},
       {"dataStructure -fmt \"raw\" -as \"name=m:int32=a\";\n",
        "Failed reading line while searching metadata end."},
   };
@@ -482,8 +492,9 @@ TEST_F(TarnAscii, HostileFilesGetAMessageAndStayUnchanged) {
   // the start of the section.
   const std::string tricky =
       body + "setAttr \".notes\" -type \"string\" \"line1\napplyMetadata is mentioned\";\n";
-  const std::string trickyPath = file(
-      tricky + "dataStructure -fmt \"raw\" -as \"name=old:int32=a\";\n" + kAsciiTrailer, "tricky.ta");
+  const std::string trickyPath =
+      file(tricky + "dataStructure -fmt \"raw\" -as \"name=old:int32=a\";\n" + kAsciiTrailer,
+           "tricky.ta");
   writeOk(*readOk(trickyPath), {});
   EXPECT_EQ(readBytes(trickyPath),
             tricky + "dataStructure -fmt \"raw\" -as \"name=point:int32=id:string=label\";\n" +

@@ -224,7 +224,8 @@ TEST(AccessorTarnPayload, DeserializesByFormatNameOnly) {
   EXPECT_EQ(out.channelCount(), 1u);
 
   errors.clear();
-  std::unique_ptr<Structure> s = AccessorTarn::deserializeStructure("raw", "name=S:int32=a", errors);
+  std::unique_ptr<Structure> s =
+      AccessorTarn::deserializeStructure("raw", "name=S:int32=a", errors);
   ASSERT_NE(s, nullptr);
   EXPECT_EQ(errors, "");
   EXPECT_EQ(s->refCount(), 0);

@@ -113,8 +113,7 @@ class KIVO_EXPORT Accessor {
   // associations(). A null set means all names. Returns false on failure,
   // with messages in errors.
   virtual bool performRead(const std::set<std::string>* structureNames,
-                           const std::set<std::string>* associationsNames,
-                           std::string& errors) = 0;
+                           const std::set<std::string>* associationsNames, std::string& errors) = 0;
 
  private:
   struct State;

@@ -51,32 +51,32 @@ class KIVO_EXPORT AccessorTarn {
   class KIVO_EXPORT Ascii {
    public:
     Ascii() = delete;
-    static const std::string& getHeaderPrefix();                     // "//Tarn ASCII"
-    static const std::string& getTrailerPrefix();                    // "// End of"
-    static const std::string& getDataStructureCommandName();         // "dataStructure"
-    static const std::string& getDataStructureCommandFormatFlag();   // "-fmt"
-    static const std::string& getDataStructureCommandAsStringFlag(); // "-as"
-    static const std::string& getApplyMetadataCommandName();         // "applyMetadata"
-    static const std::string& getApplyMetadataCommandFormatFlag();   // "-fmt"
-    static const std::string& getApplyMetadataCommandValueFlag();    // "-v"
-    static const std::string& getApplyMetadataCommandSceneFlag();    // "-scn"
-    static const std::string& getConnectAttrCommandName();           // "connectAttr"
-    static const std::string& getCreateNodeCommandName();            // "createNode"
-    static const std::string& getSetAttrCommandName();               // "setAttr"
-    static const std::string& getRelationshipCommandName();          // "relationship"
-    static const std::string& getSelectCommandName();                // "select"
+    static const std::string& getHeaderPrefix();                      // "//Tarn ASCII"
+    static const std::string& getTrailerPrefix();                     // "// End of"
+    static const std::string& getDataStructureCommandName();          // "dataStructure"
+    static const std::string& getDataStructureCommandFormatFlag();    // "-fmt"
+    static const std::string& getDataStructureCommandAsStringFlag();  // "-as"
+    static const std::string& getApplyMetadataCommandName();          // "applyMetadata"
+    static const std::string& getApplyMetadataCommandFormatFlag();    // "-fmt"
+    static const std::string& getApplyMetadataCommandValueFlag();     // "-v"
+    static const std::string& getApplyMetadataCommandSceneFlag();     // "-scn"
+    static const std::string& getConnectAttrCommandName();            // "connectAttr"
+    static const std::string& getCreateNodeCommandName();             // "createNode"
+    static const std::string& getSetAttrCommandName();                // "setAttr"
+    static const std::string& getRelationshipCommandName();           // "relationship"
+    static const std::string& getSelectCommandName();                 // "select"
   };
 
   // The chunk tags of binary scene files (four characters each).
   class KIVO_EXPORT Binary {
    public:
     Binary() = delete;
-    static const std::string& getFormChunkName();                 // "FOR8"
-    static const std::string& getMainFormChunkType();             // "Tarn"
-    static const std::string& getMetaDataStructureChunkName();    // "DATS"
-    static const std::string& getApplyNodeMetaDataChunkName();    // "MTDA"
-    static const std::string& getApplySceneMetaDataChunkName();   // "SMTD"
-    static const std::string& getBackwardChunkSizeChunkName();    // "BCSZ"
+    static const std::string& getFormChunkName();                // "FOR8"
+    static const std::string& getMainFormChunkType();            // "Tarn"
+    static const std::string& getMetaDataStructureChunkName();   // "DATS"
+    static const std::string& getApplyNodeMetaDataChunkName();   // "MTDA"
+    static const std::string& getApplySceneMetaDataChunkName();  // "SMTD"
+    static const std::string& getBackwardChunkSizeChunkName();   // "BCSZ"
   };
 
   // The external content table: the files a scene refers to, one element per
@@ -88,15 +88,15 @@ class KIVO_EXPORT AccessorTarn {
   class KIVO_EXPORT ExternalContent {
    public:
     ExternalContent() = delete;
-    static const std::string& getStructureName();          // "externalContentTable"
-    static const std::string& getChannelName();            // "externalContentTable"
-    static const std::string& getStreamName();             // "v1.0"
-    static const std::string& getNodeMemberName();         // "node"
-    static const std::string& getKeyMemberName();          // "key"
+    static const std::string& getStructureName();             // "externalContentTable"
+    static const std::string& getChannelName();               // "externalContentTable"
+    static const std::string& getStreamName();                // "v1.0"
+    static const std::string& getNodeMemberName();            // "node"
+    static const std::string& getKeyMemberName();             // "key"
     static const std::string& getUnresolvedPathMemberName();  // "upath"
     static const std::string& getResolvedPathMemberName();    // "rpath"
-    static const std::string& getRolesMemberName();        // "roles"
-    static const std::string& getRolesSeparator();         // ";"
+    static const std::string& getRolesMemberName();           // "roles"
+    static const std::string& getRolesSeparator();            // ";"
 
     // The table's stream, or null when the channel or the stream is missing.
     // The pointer is into the associations and valid while they are unchanged.
