@@ -60,7 +60,7 @@ CLI::Validator nodeNameValidator() {
         }
         return std::string();
       },
-      "NAME");
+      "");
 }
 
 }  // namespace
