@@ -643,11 +643,12 @@ bool TarnBinaryFileAccessor::positionsHold(std::istream& file, uint64_t length,
   return hold;
 }
 
-// The new trailer content: the chunks before the first "DATS" (the host's,
-// and metadata chunks that stand before it), the new metadata, then the
-// chunks of the host that follow the old metadata run, whole and in order.
-// Old "DATS" chunks, and every metadata chunk from the first "DATS" on, are
-// dropped. Reads from the trailer content up to the trailer-size chunk and
+// The new trailer content: the host's chunks before the first metadata
+// chunk, the new metadata, then the host's chunks that follow the old
+// metadata run, whole and in order. Every old "DATS", "SMTD" and "MTDA" chunk
+// is dropped, also one that stands before the first "DATS" (as a file with
+// associations but no structures has them): keeping those would add one more
+// copy of the same associations with every write. Reads from the trailer content up to the trailer-size chunk and
 // refuses any chunk that does not end before it.
 bool TarnBinaryFileAccessor::rebuildTrailer(std::istream& file, const std::string& metadata,
                                             std::string& content, std::string& errors) const {
@@ -678,10 +679,10 @@ bool TarnBinaryFileAccessor::rebuildTrailer(std::istream& file, const std::strin
     const bool isStructure = header.tag == Tags::getMetaDataStructureChunkName();
     const bool isMetadata = isStructure || header.tag == Tags::getApplyNodeMetaDataChunkName() ||
                             header.tag == Tags::getApplySceneMetaDataChunkName();
-    const bool keep = phase == Phase::Copy ? !isStructure : !isMetadata;
-    const char* failure = keep                   ? kChunkBeforeMetadata
-                          : phase == Phase::Copy ? kStructureChunkUnskipped
-                                                 : kMetadataUnskipped;
+    const bool keep = !isMetadata;
+    const char* failure = keep                                   ? kChunkBeforeMetadata
+                          : (phase == Phase::Copy && isStructure) ? kStructureChunkUnskipped
+                                                                  : kMetadataUnskipped;
     uint64_t padded = 0;
     if (!paddedSizeWithin(header.size, end - position - kHeaderSize, padded) ||
         !(keep ? readBytes(file, padded, chunk) : skipBytes(file, padded))) {
@@ -694,7 +695,7 @@ bool TarnBinaryFileAccessor::rebuildTrailer(std::istream& file, const std::strin
       target.append(buffer.data(), buffer.size());
       target += chunk;
     }
-    if (phase == Phase::Copy && isStructure) phase = Phase::Skip;
+    if (phase == Phase::Copy && isMetadata) phase = Phase::Skip;
     if (phase == Phase::Skip && keep) phase = Phase::Rest;
   }
   content.reserve(before.size() + metadata.size() + after.size());

@@ -390,13 +390,21 @@ TEST_F(TarnBinary, WriteKeepsHostChunksAroundTheMetadataRunInOrder) {
   accessor->associations().erase("old");
   writeOk(*accessor);
   EXPECT_EQ(readBytes(path), BinaryScene({kScene, before + metadata("s", "c") + after}).bytes());
-  // Metadata before the first structure chunk is taken for the host's and stays.
+  // Associations before the first structure chunk are old metadata too: a
+  // file with associations and no structures keeps one copy of them however
+  // often it is written.
   const std::string early = applyChunk("MTDA", "early", rawText(Associations()));
-  path = file(BinaryScene{kScene, early + metadata("s", "c")}.bytes(), "early.tb");
+  path = file(BinaryScene{kScene, before + early + metadata("s", "c")}.bytes(), "early.tb");
   accessor = readOk(path);
   accessor->associations().erase("early");
   writeOk(*accessor);
-  EXPECT_EQ(readBytes(path), BinaryScene({kScene, early + metadata("s", "c")}).bytes());
+  EXPECT_EQ(readBytes(path), BinaryScene({kScene, before + metadata("s", "c")}).bytes());
+  const std::string alone = before + early + after;
+  path = file(BinaryScene{kScene, alone}.bytes(), "alone.tb");
+  accessor = readOk(path);
+  writeOk(*accessor);
+  writeOk(*accessor);
+  EXPECT_EQ(readBytes(path), BinaryScene({kScene, before + early + after}).bytes());
 }
 
 TEST_F(TarnBinary, WriteRefusesFilesItCannotRewriteSafely) {
