@@ -104,11 +104,11 @@ TEST(StructureRawRead, RejectsBadFieldsWithExactMessages) {
       {"name=S:vec[2]=a", "Member type 'vec' not recognized"},
       {"name=S:[3]=v", "Member '[3]' needs name before dimension specifier"},
       {"name=S:float3]=v",
-       "Member 'float3]' has opening bracket '[' but no closing bracket ']' for dimension "
-       "specification"},
+       "Member 'float3]' has opening bracket '[' but no closing bracket ']' for "
+       "dimension specification"},
       {"name=S:float[3=v",
-       "Member 'float[3' has closing bracket ']' but no opening bracket '[' for dimension "
-       "specification"},
+       "Member 'float[3' has closing bracket ']' but no opening bracket '[' for "
+       "dimension specification"},
       {"int32=a:float=b", "Name is missing; member type 'name' is used to set it"},
       {"name=S:dbl4x4[33554432]=big", "Member 'dbl4x4[33554432]' is too large"},
       {"name=S:int8[67108865]=big", "Member 'int8[67108865]' is too large"},
