@@ -7,6 +7,7 @@
 #include <kivo/support/kivoDebugPrint.h>
 
 #include "support/kivoClassStatistics.h"
+#include "support/kivoDebugParts.h"
 #include "support/kivoPrintLine.h"
 
 namespace kivo::Data {
@@ -143,7 +144,11 @@ bool AssociationsImpl::Debug(const AssociationsImpl* associations,
     return true;
   }
   footprint.addObject(associations, sizeof(*associations));
-  for (const Channel& channel : associations->fChannels) Channel::Debug(&channel, footprint);
+  // Each node holds a Channel, which counts itself and its implementation.
+  for (const Channel& channel : associations->fChannels) {
+    footprint.addMember(&channel, Detail::kTreeNodeLinks);
+    Channel::Debug(&channel, footprint);
+  }
   return true;
 }
 

@@ -12,6 +12,7 @@
 #include <kivo/support/kivoDebugPrint.h>
 
 #include "support/kivoClassStatistics.h"
+#include "support/kivoDebugParts.h"
 #include "support/kivoPrintLine.h"
 
 namespace kivo::Data {
@@ -19,6 +20,8 @@ namespace {
 
 constexpr char kDefaultName[] = "Unnamed";
 constexpr char kNullStream[] = "Null Stream found in Channel.";
+constexpr char kChannelTitle[] = "Channel ";
+constexpr char kStreamTitle[] = "Stream ";
 constexpr char kEmptyChannel[] = "Empty Channel";
 
 // Deletes the Stream objects of a set that is being dropped.
@@ -185,10 +188,10 @@ bool ChannelImpl::Debug(const ChannelImpl* channel, kivo::Debug::Print& print) {
     Detail::printClassStatistics(print, "ChannelImpl", _objectsCreated, _objectsAlive);
     return true;
   }
-  print.beginSection(("Channel " + channel->fName).c_str());
+  print.beginSection((kChannelTitle + channel->fName).c_str());
   if (channel->fStreams.empty()) Detail::printLine(print, kEmptyChannel);
   for (const Stream* stream : channel->fStreams) {
-    print.beginSection(("Stream " + stream->name()).c_str());
+    print.beginSection((kStreamTitle + stream->name()).c_str());
     Stream::Debug(stream, print);
     print.endSection();
   }
@@ -202,7 +205,12 @@ bool ChannelImpl::Debug(const ChannelImpl* channel, kivo::Debug::Footprint& foot
     return true;
   }
   footprint.addObject(channel, sizeof(*channel));
-  for (const Stream* stream : channel->fStreams) Stream::Debug(stream, footprint);
+  Detail::addStringText(footprint, channel->fName);
+  // Each node holds a pointer to a Stream object the channel owns.
+  for (Stream* const& stream : channel->fStreams) {
+    footprint.addMember(&stream, Detail::kTreeNodeLinks + sizeof(stream));
+    Stream::Debug(stream, footprint);
+  }
   return true;
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "support/kivoClassStatistics.h"
+#include "support/kivoDebugParts.h"
 #include "support/kivoPrintLine.h"
 
 namespace kivo::Data {
@@ -127,8 +128,9 @@ bool StreamImpl::Debug(const StreamImpl* impl, kivo::Debug::Print& print) {
     Detail::printClassStatistics(print, "kivo::Data::StreamImpl", _objectsCreated, _objectsAlive);
     return true;
   }
+  const char* structureName = impl->fStructure->name();
   Detail::printLine(print, "Data Stream '" + impl->fName + "' uses structure '" +
-                               impl->fStructure->name() + "' with index type '" +
+                               (structureName ? structureName : "") + "' with index type '" +
                                impl->fIndexType + "'");
   return true;
 }
@@ -139,6 +141,8 @@ bool StreamImpl::Debug(const StreamImpl* impl, kivo::Debug::Footprint& footprint
     return true;
   }
   footprint.addObject(impl, sizeof(StreamImpl));
+  Detail::addStringText(footprint, impl->fName);
+  Detail::addStringText(footprint, impl->fIndexType);
   return true;
 }
 

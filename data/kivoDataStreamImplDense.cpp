@@ -1,17 +1,22 @@
 #include <kivo/data/kivoDataStreamImplDense.h>
 
 #include <kivo/data/kivoDataHandle.h>
+#include <kivo/data/kivoDataStream.h>
 #include <kivo/data/kivoDataStreamDenseIteratorImpl.h>
 #include <kivo/data/kivoDataStructure.h>
 #include <kivo/support/kivoDebugFootprint.h>
 #include <kivo/support/kivoDebugPrint.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <iomanip>
+#include <sstream>
 #include <string>
 
 #include "support/kivoClassStatistics.h"
+#include "support/kivoDebugParts.h"
 #include "support/kivoOwnership.h"
 #include "support/kivoPrintLine.h"
 
@@ -23,12 +28,53 @@ constexpr uint32_t kPastTheEnd = 0xFFFFFFFFu;
 // The first allocation holds about one page of elements.
 constexpr uint64_t kFirstAllocationBytes = 4096;
 
+// Debug texts.
+constexpr char kStreamTitle[] = "Data Stream";
+constexpr char kElementsTitle[] = "Stream Elements";
+constexpr char kHighestValidIndex[] = "Highest valid index = ";
+constexpr char kNumberAllocated[] = "Number allocated    = ";
+constexpr char kElementCount[] = "Element count = ";
+
 // The slot number of a numeric index; false for a complex one, which has no
 // place in a block.
 bool slotOf(const Index& index, uint32_t& slot) {
   if (index.isComplex()) return false;
   slot = index.index();
   return true;
+}
+
+// The width of the index field when count slots are listed: one digit, and
+// one more for each division by 10 while the count is above 10 (so 100
+// slots get two digits, and index 100 of 101 slots overflows the field).
+int indexFieldWidth(uint32_t count) {
+  int width = 1;
+  for (; count > 10; count /= 10) ++width;
+  return width;
+}
+
+// One line of the element listing: "[i] ", with hex the slot's address,
+// then each member through the handle printer, separated by " | ". A slot
+// without storage (a cleared stream) shows its index only.
+void printSlot(kivo::Debug::Print& print, const Structure& structure, uint32_t i, int width,
+               char* slot, bool hex) {
+  std::ostringstream prefix;
+  prefix << '[' << std::setw(width) << i << "] ";
+  print << prefix.str().c_str();
+  if (hex) {
+    Detail::continueLine(print, "PTR: ");
+    Detail::continueLine(print, static_cast<const void*>(slot));
+    Detail::continueLine(print, " : ");
+  }
+  if (slot) {
+    Handle view(structure, slot);
+    for (unsigned int m = 0; m < structure.memberCount(); ++m) {
+      if (m > 0) Detail::continueLine(print, " | ");
+      view.setPositionByMemberIndex(m);
+      print.skipNextIndent(true);
+      Handle::Debug(&view, print);
+    }
+  }
+  Detail::endLine(print);
 }
 
 }  // namespace
@@ -218,14 +264,24 @@ bool StreamImplDense::ensureSpaceForElement(const Index& index) {
     if (!fBlock && fAllocatedCount > 0) return false;
     uint32_t capacity = fAllocatedCount <= 1 ? static_cast<uint32_t>(kFirstAllocationBytes / size)
                                              : (fAllocatedCount * 3u) >> 1;
-    if (capacity <= wanted) capacity = (wanted * 3u) >> 1;
-    // The 32-bit arithmetic may still fall short of the index (or wrap
-    // around for large ones); such a block could not hold it, so none is made.
-    if (capacity > wanted) {
-      char* grown = static_cast<char*>(std::realloc(fBlock, uint64_t(capacity) * size));
+    if (capacity <= wanted) {
+      // An index x 3 past 32 bits would wrap to a capacity that has nothing
+      // to do with the index: nothing is allocated for it.
+      if (uint64_t(wanted) * 3u > UINT32_MAX) return false;
+      // Kept as it stands: with elements wider than a page this is still at
+      // or below the index for index 0 (0) and index 1 (1). The block then
+      // grows to that capacity all the same, and the result is false.
+      capacity = (wanted * 3u) >> 1;
+    }
+    // The block never shrinks, and a byte count that does not fit is not
+    // asked for.
+    if (capacity > fAllocatedCount) {
+      if (size > SIZE_MAX / capacity) return false;
+      char* grown = static_cast<char*>(std::realloc(fBlock, capacity * size));
       if (!grown) return false;  // the old block and its elements stay
       fBlock = grown;
-      for (uint32_t i = fAllocatedCount; i < capacity; ++i) structure().fillWithDefaultChunk(slot(i));
+      for (uint32_t i = fAllocatedCount; i < capacity; ++i)
+        structure().fillWithDefaultChunk(slot(i));
       fAllocatedCount = capacity;
     }
   }
@@ -257,10 +313,21 @@ void StreamImplDense::releaseBlock(const Structure& layout) {
 
 bool StreamImplDense::Debug(const StreamImplDense* impl, kivo::Debug::Print& print) {
   if (!impl) return StreamImpl::Debug(nullptr, print);
-  print.beginSection("Data Stream");
+  const bool hex = Detail::filterOn(print, Stream::kDebugHex);
+  print.beginSection(kStreamTitle);
   StreamImpl::Debug(impl, print);
-  Detail::printLine(print, "Highest valid index = " + std::to_string(impl->fElementCount));
-  Detail::printLine(print, "Number allocated    = " + std::to_string(impl->fAllocatedCount));
+  if (hex) Detail::printAddressLine(print, impl);
+  // The highest valid index is reported as the element count itself.
+  Detail::printLine(print, kHighestValidIndex + std::to_string(impl->fElementCount));
+  Detail::printLine(print, kNumberAllocated + std::to_string(impl->fAllocatedCount));
+  print.beginSection(kElementsTitle);
+  Detail::printLine(print, kElementCount + std::to_string(impl->fElementCount));
+  const int width = indexFieldWidth(impl->fElementCount);
+  for (uint32_t i = 0; i < impl->fElementCount; ++i) {
+    char* slot = impl->fBlock && i < impl->fAllocatedCount ? impl->slot(i) : nullptr;
+    printSlot(print, impl->structure(), i, width, slot, hex);
+  }
+  print.endSection();
   print.endSection();
   return true;
 }
@@ -271,8 +338,12 @@ bool StreamImplDense::Debug(const StreamImplDense* impl, kivo::Debug::Footprint&
     return true;
   }
   footprint.addObject(impl, sizeof(StreamImplDense));
-  if (impl->fBlock)
-    footprint.addMember(impl->fBlock, uint64_t(impl->fAllocatedCount) * impl->structure().totalSize());
+  Detail::addStringText(footprint, impl->name());
+  Detail::addStringText(footprint, impl->indexType());
+  if (impl->fBlock) {
+    footprint.addMember(impl->fBlock,
+                        uint64_t(impl->fAllocatedCount) * impl->structure().totalSize());
+  }
   return true;
 }
 

@@ -1,5 +1,7 @@
 #include <kivo/data/kivoDataStreamImplMapped.h>
 
+#include <kivo/data/kivoDataIndexType.h>
+#include <kivo/data/kivoDataStream.h>
 #include <kivo/data/kivoDataStreamMappedIteratorImpl.h>
 #include <kivo/data/kivoDataStructure.h>
 #include <kivo/support/kivoDebugFootprint.h>
@@ -8,9 +10,38 @@
 #include <string>
 
 #include "support/kivoClassStatistics.h"
+#include "support/kivoDebugParts.h"
 #include "support/kivoPrintLine.h"
 
 namespace kivo::Data {
+namespace {
+
+// Debug texts.
+constexpr char kStreamTitle[] = "Data Stream (Mapped)";
+constexpr char kElementsTitle[] = "Stream Elements";
+constexpr char kLowestValidIndex[] = "Lowest valid index = ";
+constexpr char kHighestValidIndex[] = "Highest valid index = ";
+constexpr char kElementCount[] = "Element count = ";
+
+// An index on the line already started: the number of a numeric index, the
+// text of a complex one's object.
+void continueWithIndex(kivo::Debug::Print& print, const Index& index) {
+  print.skipNextIndent(true);
+  if (const IndexType* object = static_cast<IndexType*>(index)) {
+    IndexType::Debug(object, print);
+  } else {
+    Index::Debug(&index, print);
+  }
+}
+
+// "<label>", the index and a newline.
+void printIndexLine(kivo::Debug::Print& print, const char* label, const Index& index) {
+  print << label;
+  continueWithIndex(print, index);
+  Detail::endLine(print);
+}
+
+}  // namespace
 
 uint64_t StreamImplMapped::_objectsCreated = 0;
 uint64_t StreamImplMapped::_objectsAlive = 0;
@@ -163,9 +194,23 @@ bool StreamImplMapped::Debug(const StreamImplMapped* impl, kivo::Debug::Print& p
                                  _objectsAlive);
     return true;
   }
-  print.beginSection("Data Stream (Mapped)");
+  print.beginSection(kStreamTitle);
   StreamImpl::Debug(impl, print);
-  Detail::printLine(print, "Element count = " + std::to_string(impl->elementCount()));
+  if (Detail::filterOn(print, Stream::kDebugHex)) Detail::printAddressLine(print, impl);
+  printIndexLine(print, kLowestValidIndex, impl->fLowest);
+  printIndexLine(print, kHighestValidIndex, impl->fHighest);
+  print.beginSection(kElementsTitle);
+  Detail::printLine(print, kElementCount + std::to_string(impl->elementCount()));
+  for (const auto& [index, handle] : impl->fElements) {
+    print << "Index (";
+    continueWithIndex(print, index);
+    Detail::continueLine(print, "), Handle (");
+    print.skipNextIndent(true);
+    Handle::Debug(&handle, print);
+    Detail::continueLine(print, ")");
+    Detail::endLine(print);
+  }
+  print.endSection();
   print.endSection();
   return true;
 }
@@ -176,12 +221,24 @@ bool StreamImplMapped::Debug(const StreamImplMapped* impl, kivo::Debug::Footprin
     return true;
   }
   footprint.addObject(impl, sizeof(StreamImplMapped));
-  const uint64_t blockSize = impl->structure().totalSize();
+  Detail::addStringText(footprint, impl->name());
+  Detail::addStringText(footprint, impl->indexType());
+  // Each entry: the node's links, then the key and the handle with the
+  // element block it owns.
   for (const auto& entry : impl->fElements) {
-    footprint.addMember(&entry, sizeof(entry));
-    if (entry.second.hasData()) footprint.addMember(entry.second.data(), blockSize);
+    footprint.addMember(&entry, Detail::kTreeNodeLinks);
+    Index::Debug(&entry.first, footprint);
+    Handle::Debug(&entry.second, footprint);
   }
-  if (impl->fDefault.hasData()) footprint.addMember(impl->fDefault.data(), blockSize);
+  // The default handle lives inside this object; only its block is apart.
+  if (impl->fDefault.hasData())
+    footprint.addMember(impl->fDefault.data(), impl->structure().totalSize());
+  // The range indices live inside this object too, but a complex one's
+  // object does not.
+  for (const Index* bound : {&impl->fLowest, &impl->fHighest}) {
+    if (const IndexType* object = static_cast<IndexType*>(*bound))
+      IndexType::Debug(object, footprint);
+  }
   return true;
 }
 

@@ -73,14 +73,19 @@ class KIVO_EXPORT StreamImplDense : public StreamImpl {
   virtual char* elementAddr(const Index& index) const;
   // Makes room for index: first allocation 4096 / totalSize() slots, then
   // x3/2 (32-bit arithmetic), or index x 3/2 when that is not above index
-  // (kept as it stands, so it may still fall short: then nothing is
-  // allocated and the result is false). New slots get the defaults. True
-  // when index now has a slot (also for a structure of size 0); a failed
-  // allocation keeps the old block.
+  // (kept as it stands, so it may still fall short: the block still grows
+  // to that capacity when it is above the allocated count, and the result
+  // is false). New slots get the defaults. True when index now has a slot
+  // (also for a structure of size 0). The block never shrinks; an index x 3
+  // that wraps past 32 bits, a byte count that does not fit, or a failed
+  // allocation keeps the old block (false).
   virtual bool ensureSpaceForElement(const Index& index);
 
-  // "Data Stream" section with the stream line and both counts; null prints
-  // the class counters.
+  // "Data Stream" section: the stream line, with the "hex" filter on the
+  // object's address, the element count as "Highest valid index", the
+  // allocated count, then a "Stream Elements" section listing every slot
+  // below the count with its members. Null prints StreamImpl's counters.
+  // The footprint counts the object, its name texts and its block.
   static bool Debug(const StreamImplDense* impl, kivo::Debug::Print& print);
   static bool Debug(const StreamImplDense* impl, kivo::Debug::Footprint& footprint);
 

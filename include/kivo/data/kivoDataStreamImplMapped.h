@@ -61,8 +61,12 @@ class KIVO_EXPORT StreamImplMapped : public StreamImpl {
   const Index& lowestValidIndex() const { return fLowest; }
   const Index& highestValidIndex() const { return fHighest; }
 
-  // "Data Stream (Mapped)" section with the stream line and element count;
-  // null prints the class counters.
+  // "Data Stream (Mapped)" section: the stream line, with the "hex" filter
+  // on the object's address, the valid range, then a "Stream Elements"
+  // section with one "Index (key), Handle (value)" line per entry in key
+  // order. Null prints the class counters. The footprint counts the
+  // object, its name texts, each entry with its element block, and the
+  // default element.
   static bool Debug(const StreamImplMapped* impl, kivo::Debug::Print& print);
   static bool Debug(const StreamImplMapped* impl, kivo::Debug::Footprint& footprint);
 
