@@ -1,112 +1,66 @@
-// ChannelStreams.*   name order, replacement by name, lookups that create nothing
+// ChannelStreams.*   name order, sharing and replacement by name, lookups that create nothing
 // ChannelRename.*    renaming through the shared stream, the loss on a taken name
 // ChannelElements.*  addElement / removeElement across streams of one index type
 // ChannelSharing.*   copies share, makeUnique separates channels and stream data
 // ChannelIterator.*  walking, end behaviour, exception texts, the post-increment
 #include <kivo/data/kivoDataChannel.h>
 #include <kivo/data/kivoDataChannelImpl.h>
-#include <kivo/data/kivoDataHandle.h>
-#include <kivo/data/kivoDataIndex.h>
 #include <kivo/data/kivoDataIndexString.h>
-#include <kivo/data/kivoDataStream.h>
-#include <kivo/data/kivoDataStructure.h>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "support/kivoOwnership.h"
+#include "kivoDataTestStructures.h"
 
 namespace {
 
 using kivo::Data::Channel;
 using kivo::Data::ChannelImpl;
 using kivo::Data::ChannelIterator;
-using kivo::Data::Handle;
 using kivo::Data::Index;
 using kivo::Data::IndexString;
-using kivo::Data::Member;
 using kivo::Data::Stream;
-using kivo::Data::Structure;
-using StructureRef = kivo::Detail::Ref<Structure>;
+using kivo::Test::names;
+using kivo::Test::put;
+using kivo::Test::StructureRef;
+using kivo::Test::thrownText;
+using kivo::Test::valueAt;
+using Names = std::vector<std::string>;
 
-// "v" int32 and "s" string, so copies and removals exercise owned text.
-StructureRef sample() {
-  StructureRef s(new Structure("ChannelSample"));
-  s->addMember(Member::kInt32, 1, "v");
-  s->addMember(Member::kString, 1, "s");
-  return s;
-}
-
-// Stores v and a text at index in stream.
-void put(Stream& stream, unsigned int index, int32_t v, const char* text) {
-  Handle h(stream.structure());
-  *h.asInt32() = v;
-  std::string errors;
-  h.setPositionByMemberName("s");
-  h.fromStr(text, 0, errors);
-  ASSERT_TRUE(stream.setElement(Index(index), h));
-}
-
-int32_t valueAt(const Stream& stream, unsigned int index) {
-  Handle h = stream.element(Index(index));
-  h.setPositionByMemberName("v");
-  return h.hasData() ? *h.asInt32() : -1;
-}
-
-std::vector<std::string> names(const Channel& channel) {
-  std::vector<std::string> result;
-  for (ChannelIterator it = channel.begin(); it != channel.end(); ++it) result.push_back((*it)->name());
-  return result;
-}
+StructureRef sample() { return kivo::Test::valueAndText("ChannelSample"); }
 
 TEST(ChannelStreams, WalksStreamsInByteWiseNameOrder) {
   StructureRef s = sample();
   Channel channel("vertex");
   for (const char* name : {"b", "a", "ab", "B"}) channel.setDataStream(Stream(*s, name));
-  EXPECT_EQ(names(channel), (std::vector<std::string>{"B", "a", "ab", "b"}));
+  EXPECT_EQ(names(channel), (Names{"B", "a", "ab", "b"}));
   ASSERT_NE(channel.dataStream(2u), nullptr);
   EXPECT_EQ(channel.dataStream(2u)->name(), "ab");
   EXPECT_EQ(channel.dataStream(4u), nullptr);
-  EXPECT_EQ(channel.name(), "vertex");
   EXPECT_EQ(Channel().name(), "Unnamed");
 }
 
-TEST(ChannelStreams, LaterStreamOfSameNameReplacesEarlier) {
+TEST(ChannelStreams, StoredStreamSharesDataAndSameNameReplaces) {
   StructureRef s = sample();
   Channel channel;
   Stream first(*s, "p");
+  Stream* stored = channel.setDataStream(first);
+  EXPECT_NE(stored, &first);
+  put(first, 3, 30, "x");
+  EXPECT_EQ(valueAt(*stored, 3), 30);
+  EXPECT_EQ(channel.setDataStream(*stored), stored);  // the stored stream itself stays
+  EXPECT_EQ(valueAt(*stored, 3), 30);
+
   Stream second(*s, "p");
-  channel.setDataStream(first);
-  Stream* stored = channel.setDataStream(second);
+  stored = channel.setDataStream(second);
   EXPECT_EQ(channel.dataStreamCount(), 1u);
   ASSERT_NE(stored, nullptr);
   EXPECT_TRUE(*stored == second);
   EXPECT_FALSE(*stored == first);
   EXPECT_EQ(channel.findDataStream("p"), stored);
-}
-
-TEST(ChannelStreams, SettingTheStoredStreamAgainKeepsIt) {
-  StructureRef s = sample();
-  Channel channel;
-  Stream* stored = channel.setDataStream(Stream(*s, "p"));
-  put(*stored, 0, 7, "seven");
-  EXPECT_EQ(channel.setDataStream(*stored), stored);
-  EXPECT_EQ(channel.dataStreamCount(), 1u);
-  EXPECT_EQ(valueAt(*stored, 0), 7);
-}
-
-TEST(ChannelStreams, StoredStreamSharesTheCallersData) {
-  StructureRef s = sample();
-  Channel channel;
-  Stream mine(*s, "p");
-  Stream* stored = channel.setDataStream(mine);
-  EXPECT_NE(stored, &mine);
-  put(mine, 3, 30, "x");
-  EXPECT_EQ(valueAt(*stored, 3), 30);
 }
 
 TEST(ChannelStreams, LookupsOfMissingNamesCreateNothing) {
@@ -125,12 +79,8 @@ TEST(ChannelStreams, LookupsOfMissingNamesCreateNothing) {
 TEST(ChannelStreams, NullStreamInComparisonThrows) {
   StructureRef s = sample();
   Stream a(*s, "a");
-  try {
-    ChannelImpl::StreamCompare()(&a, nullptr);
-    FAIL() << "no exception";
-  } catch (const std::invalid_argument& e) {
-    EXPECT_STREQ(e.what(), "Null Stream found in Channel.");
-  }
+  EXPECT_EQ(thrownText<std::invalid_argument>([&] { ChannelImpl::StreamCompare()(&a, nullptr); }),
+            "Null Stream found in Channel.");
 }
 
 TEST(ChannelRename, NewNameIsSeenByEverySharingStream) {
@@ -141,9 +91,9 @@ TEST(ChannelRename, NewNameIsSeenByEverySharingStream) {
   channel.setDataStream(Stream(*s, "m"));
   EXPECT_TRUE(channel.renameDataStream("old", "a"));
   EXPECT_EQ(mine.name(), "a");
-  EXPECT_EQ(names(channel), (std::vector<std::string>{"a", "m"}));
+  EXPECT_EQ(names(channel), (Names{"a", "m"}));
   EXPECT_FALSE(channel.renameDataStream("old", "z"));
-  EXPECT_EQ(names(channel), (std::vector<std::string>{"a", "m"}));
+  EXPECT_EQ(names(channel), (Names{"a", "m"}));
 }
 
 TEST(ChannelRename, RenamingOntoTakenNameLosesTheRenamedStream) {
@@ -169,20 +119,22 @@ TEST(ChannelRename, FindsStreamRenamedBehindTheChannelsBack) {
   mine.setName("z");  // now out of place in the name order
   EXPECT_NE(channel.findDataStream("z"), nullptr);
   EXPECT_TRUE(channel.removeDataStream("z"));
-  EXPECT_EQ(names(channel), (std::vector<std::string>{"m"}));
+  EXPECT_EQ(names(channel), (Names{"m"}));
 }
 
-TEST(ChannelElements, AddsDefaultElementToStreamsOfTheIndexType) {
+TEST(ChannelElements, AddsDefaultElementToStreamsOfTheIndexTypeOnly) {
   StructureRef s = sample();
   Channel channel;
+  EXPECT_FALSE(channel.addElement(Index(0)));
   Stream* numeric = channel.setDataStream(Stream(*s, "n"));
+  EXPECT_FALSE(channel.addElement(Index(IndexString("corner"))));
+  EXPECT_EQ(numeric->elementCount(), 0u);
   Stream* dense = channel.setDataStream(Stream(*s, "d"));
   dense->useDenseStorage(true);
   Stream* named = channel.setDataStream(Stream(*s, "t"));
   ASSERT_TRUE(named->setIndexType("string"));
 
   EXPECT_TRUE(channel.addElement(Index(4)));
-  EXPECT_TRUE(numeric->hasElement(Index(4)));
   EXPECT_TRUE(numeric->element(Index(4)).isDefault());
   EXPECT_EQ(dense->elementCount(), 5u);
   EXPECT_TRUE(dense->element(Index(4)).isDefault());
@@ -191,15 +143,6 @@ TEST(ChannelElements, AddsDefaultElementToStreamsOfTheIndexType) {
   EXPECT_TRUE(channel.addElement(Index(IndexString("corner"))));
   EXPECT_EQ(named->elementCount(), 1u);
   EXPECT_EQ(numeric->elementCount(), 1u);
-}
-
-TEST(ChannelElements, AddRefusedWithoutStreamsOfTheIndexType) {
-  StructureRef s = sample();
-  Channel channel;
-  EXPECT_FALSE(channel.addElement(Index(0)));
-  Stream* numeric = channel.setDataStream(Stream(*s, "n"));
-  EXPECT_FALSE(channel.addElement(Index(IndexString("corner"))));
-  EXPECT_EQ(numeric->elementCount(), 0u);
 }
 
 TEST(ChannelElements, RemoveReportsFalseEvenAfterRemoving) {
@@ -237,14 +180,12 @@ TEST(ChannelSharing, CopiesShareStreamsUntilMadeUnique) {
   EXPECT_EQ(valueAt(*copy.findDataStream("p"), 1), 11);
   EXPECT_EQ(original.dataStreamCount(), 2u);
   EXPECT_FALSE(copy.makeUnique());  // no longer shared
-}
 
-TEST(ChannelSharing, SharedChannelWithoutStreamsSeparatesButReportsFalse) {
-  Channel original("c");
-  Channel copy = original;
-  EXPECT_FALSE(copy.makeUnique());
-  EXPECT_FALSE(copy == original);
-  EXPECT_EQ(copy.name(), "c");
+  Channel emptyOriginal("e");
+  Channel emptyCopy = emptyOriginal;
+  EXPECT_FALSE(emptyCopy.makeUnique());  // separates, but reports false without streams
+  EXPECT_FALSE(emptyCopy == emptyOriginal);
+  EXPECT_EQ(emptyCopy.name(), "e");
 }
 
 TEST(ChannelSharing, AssigningImplementationsKeepsExistingNames) {
@@ -263,22 +204,7 @@ TEST(ChannelSharing, AssigningImplementationsKeepsExistingNames) {
   EXPECT_EQ(target.refCount(), 0);
 }
 
-TEST(ChannelIterator, EndsAfterTheLastStreamAndStaysThere) {
-  StructureRef s = sample();
-  Channel channel;
-  channel.setDataStream(Stream(*s, "a"));
-  ChannelIterator it = channel.begin();
-  EXPECT_TRUE(it.valid());
-  EXPECT_EQ(it->name(), "a");
-  ++it;
-  EXPECT_FALSE(it.valid());
-  EXPECT_TRUE(it == channel.end());
-  ++it;
-  EXPECT_TRUE(it == channel.end());
-  EXPECT_FALSE(channel.begin() == Channel().end());
-}
-
-TEST(ChannelIterator, PostIncrementDoesNotAdvance) {
+TEST(ChannelIterator, PostIncrementDoesNotAdvanceAndEndStays) {
   StructureRef s = sample();
   Channel channel;
   channel.setDataStream(Stream(*s, "a"));
@@ -288,6 +214,14 @@ TEST(ChannelIterator, PostIncrementDoesNotAdvance) {
   EXPECT_EQ((*it)->name(), "a");
   EXPECT_EQ((*old)->name(), "a");
   EXPECT_TRUE(old == it);
+  ++it;
+  EXPECT_TRUE(it.valid());
+  ++it;
+  EXPECT_FALSE(it.valid());
+  EXPECT_TRUE(it == channel.end());
+  ++it;
+  EXPECT_TRUE(it == channel.end());
+  EXPECT_FALSE(channel.begin() == Channel().end());
 }
 
 TEST(ChannelIterator, InvalidDereferenceThrowsExactTexts) {
@@ -295,18 +229,11 @@ TEST(ChannelIterator, InvalidDereferenceThrowsExactTexts) {
   ChannelIterator atEnd = channel.end();
   const ChannelIterator constAtEnd = channel.begin();
   ChannelIterator none;
-  const auto message = [](auto&& call) {
-    try {
-      call();
-    } catch (const std::out_of_range& e) {
-      return std::string(e.what());
-    }
-    return std::string("no exception");
-  };
-  EXPECT_EQ(message([&] { *atEnd; }), "ChannelImpl::Iterator::operator*");
-  EXPECT_EQ(message([&] { atEnd->name(); }), "ChannelImpl::Iterator::operator->");
-  EXPECT_EQ(message([&] { constAtEnd->name(); }), "const ChannelImpl::Iterator::operator->");
-  EXPECT_EQ(message([&] { *none; }), "ChannelImpl::Iterator::operator*");
+  const auto text = [](auto&& call) { return thrownText<std::out_of_range>(call); };
+  EXPECT_EQ(text([&] { *atEnd; }), "ChannelImpl::Iterator::operator*");
+  EXPECT_EQ(text([&] { atEnd->name(); }), "ChannelImpl::Iterator::operator->");
+  EXPECT_EQ(text([&] { constAtEnd->name(); }), "const ChannelImpl::Iterator::operator->");
+  EXPECT_EQ(text([&] { *none; }), "ChannelImpl::Iterator::operator*");
 }
 
 }  // namespace
