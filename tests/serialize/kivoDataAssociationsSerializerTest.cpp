@@ -87,9 +87,14 @@ TEST_F(AssociationsRawFormat, EmptyChannelsWriteOnlyTheTerminator) {
   std::string errors;
   EXPECT_EQ(raw().write(associations, out, errors), 0);
   EXPECT_EQ(out.str(), "endAssociations\n");
-  std::unique_ptr<Associations> back = readText(out.str(), errors);
-  ASSERT_TRUE(back);
-  EXPECT_TRUE(back->empty());
+  std::istringstream in("endAssociations");
+  std::unique_ptr<Associations> first(raw().read(in, errors));
+  ASSERT_TRUE(first);  // the word ended the input
+  EXPECT_TRUE(first->empty());
+  std::unique_ptr<Associations> second(raw().read(in, errors));  // input already at its end
+  ASSERT_TRUE(second);
+  EXPECT_TRUE(second->empty());
+  EXPECT_EQ(errors, "");
 }
 
 TEST_F(AssociationsRawFormat, ChannelLineTypeIsIgnoredForTheNameLine) {
@@ -99,17 +104,6 @@ TEST_F(AssociationsRawFormat, ChannelLineTypeIsIgnoredForTheNameLine) {
   ASSERT_TRUE(back) << errors;
   EXPECT_EQ(back->findChannel("face"), nullptr);
   EXPECT_NE(back->findChannel("vertex"), nullptr);
-}
-
-TEST_F(AssociationsRawFormat, InputAlreadyAtItsEndGivesEmptyAssociations) {
-  std::istringstream in("endAssociations");
-  std::string errors;
-  std::unique_ptr<Associations> first(raw().read(in, errors));
-  ASSERT_TRUE(first);  // the word ended the input
-  std::unique_ptr<Associations> second(raw().read(in, errors));
-  ASSERT_TRUE(second);
-  EXPECT_TRUE(second->empty());
-  EXPECT_EQ(errors, "");
 }
 
 struct BadText {
@@ -126,7 +120,7 @@ TEST_F(AssociationsRawFormat, RejectsBadTextWithExactMessages) {
        "1 error found, Associations not created\n"},
       {"stream\n", "Unrecognized keyword 'stream' on or about character 7\n"
                    "1 error found, Associations not created\n"},
-      // A bad channel in the middle: the later channel is still read.
+      // A bad channel in the middle: the later channel is still read, up to the terminator.
       {"channel\nname a\nbogus\nchannel\n" + channelText("b", "y") + "endAssociations\n",
        "Unrecognized keyword 'bogus' on or about character 22\n"
        "1 error found, Channel not created\n"
@@ -145,25 +139,18 @@ TEST_F(AssociationsRawFormat, RejectsBadTextWithExactMessages) {
     EXPECT_FALSE(readText(c.text, errors));
     EXPECT_EQ(errors, c.errors);
   }
-}
-
-TEST_F(AssociationsRawFormat, BadChannelInTheMiddleStillReadsToTheTerminator) {
   std::istringstream in("channel\nname a\nbogus\nchannel\n" + channelText("b", "y") +
                         "endAssociations\nafter");
-  std::string errors;
+  std::string errors, rest;
   EXPECT_EQ(raw().read(in, errors), nullptr);
-  std::string rest;
   in >> rest;
   EXPECT_EQ(rest, "after");
 }
 
-TEST(AssociationsRawFormatRegistry, RegisteredAtLoadAsTheDefault) {
+TEST(AssociationsRawFormatRegistry, RegisteredAtLoadAsTheDefaultWithItsDescription) {
   EXPECT_EQ(AssociationsSerializer::formatByName("raw"), AssociationsSerializerRaw::theFormat());
   EXPECT_EQ(AssociationsSerializer::defaultFormat(), AssociationsSerializerRaw::theFormat());
   EXPECT_STREQ(raw().formatType(), "raw");
-}
-
-TEST(AssociationsRawFormatRegistry, DescriptionText) {
   std::ostringstream out;
   raw().getFormatDescription(out);
   EXPECT_EQ(out.str(),

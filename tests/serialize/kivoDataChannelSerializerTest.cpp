@@ -152,13 +152,10 @@ TEST_F(ChannelRawFormat, FailingStreamReplacesEarlierMessages) {
             "2 errors found, Channel not created\n");
 }
 
-TEST(ChannelRawFormatRegistry, RegisteredAtLoadAsTheDefault) {
+TEST(ChannelRawFormatRegistry, RegisteredAtLoadAsTheDefaultWithItsDescription) {
   EXPECT_EQ(ChannelSerializer::formatByName("raw"), ChannelSerializerRaw::theFormat());
   EXPECT_EQ(ChannelSerializer::defaultFormat(), ChannelSerializerRaw::theFormat());
   EXPECT_STREQ(raw().formatType(), "raw");
-}
-
-TEST(ChannelRawFormatRegistry, DescriptionText) {
   std::ostringstream out;
   raw().getFormatDescription(out);
   EXPECT_EQ(out.str(),
