@@ -7,16 +7,12 @@
 //                            round trips, refusals that leave the file as it was
 #include <kivo/access/kivoDataAccessor.h>
 #include <kivo/data/kivoDataAssociations.h>
-#include <kivo/data/kivoDataHandle.h>
-#include <kivo/data/kivoDataIndex.h>
-#include <kivo/data/kivoDataStream.h>
 #include <kivo/data/kivoDataStructure.h>
 #include <kivo/serialize/kivoDataAssociationsSerializer.h>
 #include <kivo/serialize/kivoDataStructureSerializer.h>
 
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <cstdint>
 #include <memory>
 #include <sstream>
@@ -31,10 +27,7 @@ namespace {
 
 using kivo::Data::Accessor;
 using kivo::Data::Associations;
-using kivo::Data::Handle;
-using kivo::Data::Index;
 using kivo::Data::Member;
-using kivo::Data::Stream;
 using kivo::Data::Structure;
 using kivo::Detail::BinaryReader;
 using kivo::Detail::BinaryWriter;
@@ -100,22 +93,6 @@ std::string rawText(const Associations& associations) {
   return text.str();
 }
 
-// Sets LC_CTYPE for one scope.
-class CodeSet {
- public:
-  explicit CodeSet(const char* locale) : fSaved(std::setlocale(LC_CTYPE, nullptr)) {
-    fSet = std::setlocale(LC_CTYPE, locale) != nullptr;
-  }
-  ~CodeSet() { std::setlocale(LC_CTYPE, fSaved.c_str()); }
-  CodeSet(const CodeSet&) = delete;
-  CodeSet& operator=(const CodeSet&) = delete;
-  bool set() const { return fSet; }
-
- private:
-  std::string fSaved;
-  bool fSet = false;
-};
-
 // Chunks ---------------------------------------------------------------------------
 
 TEST(TarnBinaryChunks, StructureChunkSizeCountsTheTextAndPadsToEight) {
@@ -149,55 +126,10 @@ TEST(TarnBinaryChunks, StructureChunkSizeCountsTheTextAndPadsToEight) {
 
 // Files -----------------------------------------------------------------------------
 
-// Scene files in a private folder; the structure "point" {int32 id, string
-// label} is registered in the process for each test.
-class TarnBinary : public ::testing::Test {
+// Binary scene files named scene.tb by default.
+class TarnBinary : public kivo::Test::SceneFileTest {
  protected:
-  void SetUp() override {
-    fPoint = Structure::create();
-    fPoint->setName("point");
-    fPoint->addMember(Member::kInt32, 1, "id");
-    fPoint->addMember(Member::kString, 1, "label");
-    Structure::registerStructure(*fPoint);
-    fBefore = Structure::allStructures();
-  }
-  void TearDown() override {
-    EXPECT_EQ(Structure::allStructures(), fBefore);
-    Structure::deregisterStructure(*fPoint);
-  }
-
-  // Associations with channel "vertex", stream "values", element 3 labelled.
-  Associations labelled(const std::string& label) {
-    Stream stream(*fPoint, "values");
-    Handle h(*fPoint);
-    std::string ignored;
-    h.setPositionByMemberName("label");
-    h.fromStr(label, 0, ignored);
-    stream.setElement(Index(3), h);
-    Associations associations;
-    associations.channel("vertex").setDataStream(stream);
-    return associations;
-  }
-
-  std::string file(const std::string& content, const std::string& name = "scene.tb") {
-    const std::string path = fFolder.path(name);
-    writeBytes(path, content);
-    return path;
-  }
-
-  static std::unique_ptr<Accessor> readOk(const std::string& path) {
-    std::string errors;
-    std::unique_ptr<Accessor> accessor = Accessor::readFile(path, errors);
-    EXPECT_NE(accessor, nullptr) << errors;
-    EXPECT_EQ(errors, "");
-    return accessor;
-  }
-
-  static void writeOk(Accessor& accessor) {
-    std::string errors;
-    EXPECT_TRUE(accessor.write(errors)) << errors;
-    EXPECT_EQ(errors, "");
-  }
+  TarnBinary() : SceneFileTest("scene.tb") {}
 
   // Metadata in the writer's order: "point", the scene, node "pCube1".
   std::string metadata(const std::string& sceneLabel, const std::string& nodeLabel) {
@@ -205,10 +137,6 @@ class TarnBinary : public ::testing::Test {
            applyChunk("SMTD", "", rawText(labelled(sceneLabel))) +
            applyChunk("MTDA", "pCube1", rawText(labelled(nodeLabel)));
   }
-
-  Structure* fPoint = nullptr;
-  Structure::StructureSet fBefore;
-  kivo::Test::TempFolder fFolder;
 };
 
 struct Damaged {
@@ -488,7 +416,7 @@ TEST_F(TarnBinary, WriteRefusesTextsThatDoNotConvertAndWritesThemInUtf8) {
            "\" holds a NUL character and cannot be written.\n"
            "Could not write node associations chunk to in-memory trailer."},
   };
-  CodeSet ascii("C");
+  kivo::Test::CodeSet ascii("C");
   for (const Refused& c : cases) {
     SCOPED_TRACE(c.errors);
     const std::string path = file(content);
@@ -501,7 +429,7 @@ TEST_F(TarnBinary, WriteRefusesTextsThatDoNotConvertAndWritesThemInUtf8) {
     EXPECT_EQ(errors, c.errors);
     EXPECT_EQ(readBytes(path), content);
   }
-  CodeSet utf8("C.UTF-8");
+  kivo::Test::CodeSet utf8("C.UTF-8");
   if (!utf8.set()) GTEST_SKIP() << "no C.UTF-8 locale";
   const std::string path = file(content);
   std::unique_ptr<Accessor> accessor = readOk(path);
