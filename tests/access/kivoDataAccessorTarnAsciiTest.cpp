@@ -17,7 +17,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <clocale>
 #include <utility>
 #include <memory>
 #include <string>
@@ -83,88 +82,22 @@ TEST(TarnAsciiEscaping, EveryByteRoundTripsInEveryLocale) {
   std::string all;
   for (int c = 0; c < 256; ++c) all += static_cast<char>(c);
   all += "\xc3\xa9 \xe2\x82\xac \xc3";  // valid UTF-8, then a cut sequence
-  const std::string previous = std::setlocale(LC_CTYPE, nullptr);
   for (const char* locale : {"C", "C.UTF-8"}) {
     SCOPED_TRACE(locale);
-    if (!std::setlocale(LC_CTYPE, locale)) continue;
+    const kivo::Test::CodeSet codeSet(locale);
+    if (!codeSet.set()) continue;
     const std::string escaped = kivo::Detail::escapeAsciiValue(all);
     EXPECT_EQ(escaped.find_first_of(std::string("\n\r\t\0", 4)), std::string::npos);
     EXPECT_EQ(kivo::Detail::unescapeAsciiPayload(escaped), all);
     // Multibyte characters and invalid bytes are copied as they are.
     EXPECT_NE(escaped.find("\xc3\xa9 \xe2\x82\xac \xc3"), std::string::npos);
   }
-  std::setlocale(LC_CTYPE, previous.c_str());
 }
 
-// Scene files in a private folder; the structure "point" {int32 id, string
-// label} is registered in the process for each test.
-class TarnAscii : public ::testing::Test {
+// ASCII scene files named scene.ta by default.
+class TarnAscii : public kivo::Test::SceneFileTest {
  protected:
-  void SetUp() override {
-    fPoint = Structure::create();
-    fPoint->setName("point");
-    fPoint->addMember(Member::kInt32, 1, "id");
-    fPoint->addMember(Member::kString, 1, "label");
-    Structure::registerStructure(*fPoint);
-    fBefore = Structure::allStructures();
-  }
-  void TearDown() override {
-    EXPECT_EQ(Structure::allStructures(), fBefore);
-    Structure::deregisterStructure(*fPoint);
-  }
-
-  // Associations with channel "vertex", stream "values", element 3 labelled.
-  Associations pointsLabelled(const std::string& label) {
-    Stream stream(*fPoint, "values");
-    Handle h(*fPoint);
-    std::string errors;
-    h.setPositionByMemberName("id");
-    h.fromStr("7", 0, errors);
-    h.setPositionByMemberName("label");
-    h.fromStr(label, 0, errors);
-    stream.setElement(Index(3), h);
-    Channel channel("vertex");
-    channel.setDataStream(stream);
-    Associations associations;
-    associations.setChannel(channel);
-    return associations;
-  }
-
-  static std::string labelOf(const Associations& associations) {
-    const Channel* channel = associations.findChannel("vertex");
-    const Stream* stream = channel ? channel->findDataStream("values") : nullptr;
-    if (!stream) return "<no stream>";
-    Handle h = stream->element(Index(3));
-    h.setPositionByMemberName("label");
-    return h.str(0);
-  }
-
-  std::string file(const std::string& content, const std::string& name = "scene.ta") {
-    const std::string path = fFolder.path(name);
-    writeBytes(path, content);
-    return path;
-  }
-
-  static std::unique_ptr<Accessor> readOk(const std::string& path) {
-    std::string errors;
-    std::unique_ptr<Accessor> accessor = Accessor::readFile(path, errors);
-    EXPECT_NE(accessor, nullptr) << errors;
-    EXPECT_EQ(errors, "");
-    return accessor;
-  }
-
-  // Writes the point structure and the given associations into path.
-  void writeOk(Accessor& accessor, const Accessor::AssociationsMap& associations) {
-    accessor.setStructures({fPoint});
-    accessor.associations() = associations;
-    std::string errors;
-    EXPECT_TRUE(accessor.write(errors)) << errors;
-    EXPECT_EQ(errors, "");
-  }
-
-  Structure* fPoint = nullptr;
-  Structure::StructureSet fBefore;
-  kivo::Test::TempFolder fFolder;
+  TarnAscii() : SceneFileTest("scene.ta") {}
 };
 
 struct Refused {
@@ -273,7 +206,7 @@ TEST_F(TarnAscii, ReadKeepsOnlyTheNamedStructuresAndAssociations) {
   {
     std::unique_ptr<Accessor> writer = readOk(path);
     writer->setStructures({fPoint, table.get()});
-    writer->associations() = {{"", scene}, {"pCube1", pointsLabelled("cube")}};
+    writer->associations() = {{"", scene}, {"pCube1", labelled("cube")}};
     std::string errors;
     ASSERT_TRUE(writer->write(errors)) << errors;
   }
@@ -306,9 +239,9 @@ TEST_F(TarnAscii, WriteInsertsMetadataBeforeTheTrailerAndReadsItBack) {
   const std::string trailer = std::string(kAsciiTrailer) + "// more trailer text\n";
   const std::string path = file(body + trailer);
   std::unique_ptr<Accessor> accessor = readOk(path);
-  writeOk(*accessor, {{"", pointsLabelled("say \"hi\"\\\n\tthere")},
-                      {"zeta", pointsLabelled("z")},
-                      {"|group|alpha", pointsLabelled("a")}});
+  writeOk(*accessor, {{"", labelled("say \"hi\"\\\n\tthere")},
+                      {"zeta", labelled("z")},
+                      {"|group|alpha", labelled("a")}});
   const std::string written = readBytes(path);
   ASSERT_EQ(written.compare(0, body.size(), body), 0);
   ASSERT_EQ(written.compare(written.size() - trailer.size(), trailer.size(), trailer), 0);
@@ -342,7 +275,7 @@ TEST_F(TarnAscii, WritingTwiceLeavesTheFileAsWritingOnce) {
     const std::string body = asciiBody(1500) + "//" + std::string(pad, '.') + "\n";
     const std::string path = file(body + kAsciiTrailer);
     std::unique_ptr<Accessor> accessor = readOk(path);
-    const Accessor::AssociationsMap scene{{"", pointsLabelled(std::string(900, 'x'))}};
+    const Accessor::AssociationsMap scene{{"", labelled(std::string(900, 'x'))}};
     writeOk(*accessor, scene);
     const std::string once = readBytes(path);
     writeOk(*accessor, scene);
@@ -376,8 +309,8 @@ TEST_F(TarnAscii, WriteReplacesOldMetadataAndTruncates) {
 TEST_F(TarnAscii, RewriteKeepsTheNodeLineAndWhatFollowsAsTrailer) {
   const std::string body = asciiBody(500);
   const std::string path = file(body + kAsciiTrailer);
-  const Accessor::AssociationsMap metadata{{"", pointsLabelled("s")},
-                                           {"pCube1", pointsLabelled("c")}};
+  const Accessor::AssociationsMap metadata{{"", labelled("s")},
+                                           {"pCube1", labelled("c")}};
   writeOk(*readOk(path), metadata);
   const std::string once = readBytes(path);
   const std::string section =
@@ -465,7 +398,7 @@ TEST_F(TarnAscii, HostileFilesGetAMessageAndStayUnchanged) {
   const std::string body = asciiBody(2000);
   const std::string written = [&] {
     const std::string path = file(body + kAsciiTrailer, "good.ta");
-    writeOk(*readOk(path), {{"", pointsLabelled("v")}});
+    writeOk(*readOk(path), {{"", labelled("v")}});
     return readBytes(path);
   }();
   const Refused cases[] = {
@@ -502,7 +435,7 @@ TEST_F(TarnAscii, HostileFilesGetAMessageAndStayUnchanged) {
 
   // Invalid UTF-8 inside a string value is carried through unchanged.
   const std::string path = file(body + kAsciiTrailer, "bytes.ta");
-  writeOk(*readOk(path), {{"", pointsLabelled("\xff\xfe bad \xc3")}});
+  writeOk(*readOk(path), {{"", labelled("\xff\xfe bad \xc3")}});
   EXPECT_EQ(labelOf(readOk(path)->associations().at("")), "\xff\xfe bad \xc3");
 }
 
