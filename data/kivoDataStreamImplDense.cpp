@@ -221,9 +221,13 @@ bool StreamImplDense::removeElement(const Index& index) {
 bool StreamImplDense::setElementRange(const Index& first, const Index& last) {
   const uint32_t count = last.index() + 1u - first.index();
   if (count > fElementCount) {
-    if (!ensureSpaceForElement(Index(count))) return false;
-    fElementCount = count;
-    return true;
+    // Room is asked for index count, one past the last slot. The count is
+    // taken whenever the block holds count slots, also when growth fell
+    // short of that one extra slot (elements wider than 2048 bytes); a count
+    // the block cannot back is never taken.
+    const bool room = ensureSpaceForElement(Index(count));
+    if (room || (fBlock && count <= fAllocatedCount)) fElementCount = count;
+    return room;
   }
   if (count == fElementCount) return true;
   const Structure& layout = structure();

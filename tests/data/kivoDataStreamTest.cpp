@@ -243,6 +243,13 @@ TEST(StreamDense, WideElementsCanFallShortOfTheIndex) {
   EXPECT_EQ(single.physicalElementCount(), 1u);  // one slot is made, short of index 1
   EXPECT_TRUE(single.ensureSpaceForElement(0));
   EXPECT_EQ(single.physicalElementCount(), 1u);
+
+  // A range of one element asks for room at index 1: the growth falls short
+  // and reports false, but the one slot is there and the count becomes 1.
+  StreamImplDense ranged(*page, "R");
+  EXPECT_FALSE(ranged.setElementRange(0, 0));
+  EXPECT_EQ(ranged.elementCount(), 1u);
+  EXPECT_TRUE(ranged.element(0).isDefault());
 }
 
 TEST(StreamDense, RemovalNeverShifts) {
