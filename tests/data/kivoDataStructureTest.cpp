@@ -16,26 +16,16 @@
 #include <string>
 #include <vector>
 
-#include "support/kivoOwnership.h"
+#include "kivoDataTestStructures.h"
 
 namespace {
 
 using kivo::Data::Member;
 using kivo::Data::Structure;
 using kivo::Data::StructureIterator;
-using StructureRef = kivo::Detail::Ref<Structure>;
-
-struct Field {
-  Member::eDataType type;
-  unsigned int length;
-  const char* name;
-};
-
-StructureRef makeStructure(const char* name, const std::vector<Field>& fields) {
-  StructureRef structure(new Structure(name));
-  for (const Field& f : fields) EXPECT_TRUE(structure->addMember(f.type, f.length, f.name));
-  return structure;
-}
+using kivo::Test::Field;
+using kivo::Test::makeStructure;
+using kivo::Test::StructureRef;
 
 uint64_t offsetOf(const Structure& structure, unsigned int member) {
   return Member::offset(&*std::next(structure.begin(), member));
@@ -193,12 +183,7 @@ TEST(StructureIterator, WalksMembersAndThrowsAtEnd) {
   ++it;
   EXPECT_TRUE(it == s->end());
   EXPECT_TRUE(++it == s->end());  // stays at the end
-  try {
-    *it;
-    ADD_FAILURE() << "no exception";
-  } catch (const std::out_of_range& e) {
-    EXPECT_STREQ(e.what(), "Member");
-  }
+  EXPECT_EQ(kivo::Test::thrownText<std::out_of_range>([&] { *it; }), "Member");
   StructureRef twin = makeStructure("S", {{Member::kInt8, 1, "a"}, {Member::kInt8, 1, "b"}});
   EXPECT_TRUE(s->end() != twin->end());  // same layout, other object
   EXPECT_FALSE(StructureIterator().valid());
