@@ -12,22 +12,20 @@
 #include <stdexcept>
 #include <string>
 
-#include "support/kivoOwnership.h"
+#include "kivoDataTestStructures.h"
 
 namespace {
 
 using kivo::Data::Handle;
 using kivo::Data::Member;
 using kivo::Data::Structure;
-using StructureRef = kivo::Detail::Ref<Structure>;
+using kivo::Test::makeStructure;
+using kivo::Test::StructureRef;
 
 // "i" int32, "p" float[3], "s" string: offsets 0, 4, 16.
 StructureRef sample() {
-  StructureRef s(new Structure("Sample"));
-  s->addMember(Member::kInt32, 1, "i");
-  s->addMember(Member::kFloat, 3, "p");
-  s->addMember(Member::kString, 1, "s");
-  return s;
+  return makeStructure("Sample", {{Member::kInt32, 1, "i"}, {Member::kFloat, 3, "p"},
+                                  {Member::kString, 1, "s"}});
 }
 
 TEST(HandleOwnership, CopiesViewUntilMadeUnique) {
@@ -73,8 +71,7 @@ TEST(HandleOwnership, ReassignmentNeverFreesABlockStillShown) {
 TEST(HandleOwnership, SwapAndCountersAndReferences) {
   const uint64_t handles = Handle::_objectsAlive;
   StructureRef s = sample();
-  StructureRef t(new Structure("Other"));
-  t->addMember(Member::kInt8, 1, "x");
+  StructureRef t = makeStructure("Other", {{Member::kInt8, 1, "x"}});
   {
     Handle a(*s);
     a.setPositionByMemberIndex(2);
@@ -130,8 +127,7 @@ TEST(HandleAccess, TypedPointersMatchOnlyTheMemberType) {
 }
 
 TEST(HandleDebug, ValueLineWithFilters) {
-  StructureRef s(new Structure("V"));
-  s->addMember(Member::kFloat, 3, "p");
+  StructureRef s = makeStructure("V", {{Member::kFloat, 3, "p"}});
   Handle h(*s);
   std::string errors;
   for (unsigned int i = 0; i < 3; ++i) h.fromStr(std::to_string(i + 1), i, errors);
