@@ -13,20 +13,18 @@
 #include <locale>
 #include <string>
 
-#include "support/kivoOwnership.h"
+#include "kivoDataTestStructures.h"
 
 namespace {
 
 using kivo::Data::Handle;
 using kivo::Data::Member;
 using kivo::Data::Structure;
-using StructureRef = kivo::Detail::Ref<Structure>;
+using kivo::Test::StructureRef;
 
 // A structure of one member "v" of the given type and length.
 StructureRef single(Member::eDataType type, unsigned int length = 3) {
-  StructureRef s(new Structure("Value"));
-  EXPECT_TRUE(s->addMember(type, length, "v"));
-  return s;
+  return kivo::Test::makeStructure("Value", {{type, length, "v"}});
 }
 
 template <class T>
