@@ -461,14 +461,11 @@ TEST_F(StreamRawRead, StringsUnescapeAndMayBeLong) {
   EXPECT_EQ(h.asString()[2], longText);
 }
 
-TEST(StreamRawFormat, RegisteredAtLoadAsTheDefault) {
+TEST(StreamRawFormat, RegisteredAtLoadAsTheDefaultWithItsDescription) {
   EXPECT_EQ(StreamSerializer::formatByName("raw"), StreamSerializerRaw::theFormat());
   EXPECT_EQ(StreamSerializer::formatByName("RAW"), nullptr);
   EXPECT_EQ(StreamSerializer::defaultFormat(), StreamSerializerRaw::theFormat());
   EXPECT_STREQ(raw().formatType(), "raw");
-}
-
-TEST(StreamRawFormat, DescriptionText) {
   std::ostringstream out;
   raw().getFormatDescription(out);
   EXPECT_EQ(out.str(),
