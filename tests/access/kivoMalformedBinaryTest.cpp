@@ -105,8 +105,8 @@ TEST_F(MalformedBinaryScene, SizesAndOffsetsPastTheirBoundsAreRefused) {
        "Could not seek to start of trailer."},
       // The node group and the trailer group read as trailer chunks; the
       // trailer group runs past the trailer-size chunk.
-      {"backward offset into the scene body", patched(good, bcsz + 16, bigEndian(offsetEnd - 44, 4)),
-       "Could not skip chunk in trailer."},
+      {"backward offset into the scene body",
+       patched(good, bcsz + 16, bigEndian(offsetEnd - 44, 4)), "Could not skip chunk in trailer."},
   };
   for (const Damaged& c : cases) {
     SCOPED_TRACE(c.what);

@@ -112,8 +112,8 @@ TEST_F(MalformedRawText, NumbersOutsideFloatAndDoubleAreRefused) {
   };
   for (const Bad& c : cases) {
     SCOPED_TRACE(c.text);
-    const std::string text = "name s\nstructure " + c.text.substr(0, 1) + "\n0\n" +
-                             c.text.substr(2) + "\nendStream\n";
+    const std::string text =
+        "name s\nstructure " + c.text.substr(0, 1) + "\n0\n" + c.text.substr(2) + "\nendStream\n";
     std::string errors;
     EXPECT_FALSE(reads(*StreamSerializerRaw::theFormat(), text, errors));
     EXPECT_EQ(errors, c.errors + "\n1 error found, Stream not created\n");
