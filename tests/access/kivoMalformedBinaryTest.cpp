@@ -14,6 +14,7 @@
 #include <string>
 
 #include "access/kivoAccessTestFiles.h"
+#include "access/kivoBinaryTestFiles.h"
 #include "support/kivoOwnership.h"
 
 namespace {
@@ -21,36 +22,12 @@ namespace {
 using kivo::Data::Accessor;
 using kivo::Data::Member;
 using kivo::Data::Structure;
+using kivo::Test::bigEndian;
+using kivo::Test::binaryScene;
+using kivo::Test::chunk;
+using kivo::Test::chunkHeader;
 using kivo::Test::readBytes;
 using kivo::Test::writeBytes;
-
-std::string bigEndian(uint64_t value, size_t width) {
-  std::string bytes(width, '\0');
-  for (size_t i = width; i-- > 0; value >>= 8) bytes[i] = static_cast<char>(value & 0xFF);
-  return bytes;
-}
-
-const std::string kZeros4(4, '\0');
-
-std::string chunk(const std::string& tag, const std::string& data) {
-  return tag + kZeros4 + bigEndian(data.size(), 8) + data +
-         std::string((8 - data.size() % 8) % 8, '\0');
-}
-
-// A chunk header claiming size bytes, followed by no data at all.
-std::string header(const std::string& tag, uint64_t size) {
-  return tag + kZeros4 + bigEndian(size, 8);
-}
-
-// The main group: a scene chunk, a node group (at offset 44), then the
-// trailer group holding trailer and the trailer-size chunk.
-std::string scene(const std::string& trailer) {
-  const std::string body = "Tarn" + chunk("HEAD", "v2025") +
-                           chunk("FOR8", "NODE" + chunk("NAME", "pCube1")) + "FOR8" + kZeros4 +
-                           bigEndian(trailer.size() + 28, 8) + "TRLR" + trailer +
-                           chunk("BCSZ", bigEndian(trailer.size() + 20, 4));
-  return "FOR8" + kZeros4 + bigEndian(body.size(), 8) + body;
-}
 
 std::string patched(std::string bytes, size_t at, const std::string& with) {
   return bytes.replace(at, with.size(), with);
@@ -80,7 +57,7 @@ class MalformedBinaryScene : public ::testing::Test {
 };
 
 TEST_F(MalformedBinaryScene, SizesAndOffsetsPastTheirBoundsAreRefused) {
-  const std::string good = scene(kStructure);
+  const std::string good = binaryScene(kStructure);
   const size_t bcsz = good.size() - 24;
   const uint64_t offsetEnd = good.size() - 4;
   const Damaged cases[] = {
@@ -124,15 +101,15 @@ TEST_F(MalformedBinaryScene, MetadataChunksOfImpossibleSizesOrWithoutNulsAreRefu
   const Damaged cases[] = {
       {"structure of size 0", chunk("DATS", ""), "Could not read data structure chunk."},
       {"node associations of size 0", chunk("MTDA", ""), "Could not read apply metadata chunk."},
-      {"structure of size 2^63", header("DATS", uint64_t(1) << 63),
+      {"structure of size 2^63", chunkHeader("DATS", uint64_t(1) << 63),
        "Could not read data structure chunk."},
-      {"structure of size 2^62", header("DATS", uint64_t(1) << 62) + kStructure,
+      {"structure of size 2^62", chunkHeader("DATS", uint64_t(1) << 62) + kStructure,
        "Could not read data structure chunk."},
-      {"scene associations whose padding wraps", header("SMTD", ~uint64_t(0) - 6),
+      {"scene associations whose padding wraps", chunkHeader("SMTD", ~uint64_t(0) - 6),
        "Could not read apply metadata chunk."},
-      {"host chunk of size 2^63", header("HOST", uint64_t(1) << 63),
+      {"host chunk of size 2^63", chunkHeader("HOST", uint64_t(1) << 63),
        "Could not skip chunk in trailer."},
-      {"host chunk one byte past the end", header("HOST", 25) + std::string(24, 'x'),
+      {"host chunk one byte past the end", chunkHeader("HOST", 25) + std::string(24, 'x'),
        "Could not skip chunk in trailer."},
       {"node name without NUL", chunk("MTDA", "pCube1"), "Could not read apply metadata chunk."},
       {"format without NUL", chunk("MTDA", std::string("pCube1\0raw", 10)),
@@ -144,7 +121,7 @@ TEST_F(MalformedBinaryScene, MetadataChunksOfImpossibleSizesOrWithoutNulsAreRefu
   };
   for (const Damaged& c : cases) {
     SCOPED_TRACE(c.what);
-    const std::string content = scene(c.content);
+    const std::string content = binaryScene(c.content);
     const std::string path = file(content);
     std::string errors;
     EXPECT_EQ(Accessor::readFile(path, errors), nullptr);
@@ -159,7 +136,7 @@ TEST_F(MalformedBinaryScene, WriteRefusesAnOffsetThatHidesTheMetadata) {
   // An offset of 20 says the trailer holds nothing: the read finds no
   // metadata, and the trailer group's size field is not where the offset
   // puts it, so the write leaves the file alone.
-  const std::string good = scene(kStructure + chunk("HOST", "kept"));
+  const std::string good = binaryScene(kStructure + chunk("HOST", "kept"));
   const std::string content = patched(good, good.size() - 8, bigEndian(20, 4));
   const std::string path = file(content);
   std::string errors;
@@ -177,9 +154,9 @@ TEST_F(MalformedBinaryScene, WriteRefusesAnOffsetThatHidesTheMetadata) {
   EXPECT_EQ(readBytes(path), content);
 
   // A host chunk of size 0 and an empty trailer are fine.
-  for (const std::string& trailer : {std::string(), header("HOST", 0) + kStructure}) {
+  for (const std::string& trailer : {std::string(), chunkHeader("HOST", 0) + kStructure}) {
     SCOPED_TRACE(trailer.size());
-    const std::string accepted = scene(trailer);
+    const std::string accepted = binaryScene(trailer);
     accessor = Accessor::readFile(file(accepted), errors);
     ASSERT_NE(accessor, nullptr) << errors;
     EXPECT_EQ(accessor->structures().size(), trailer.empty() ? 0u : 1u);
