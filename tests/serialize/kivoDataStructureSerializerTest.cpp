@@ -161,14 +161,11 @@ TEST(StructureRawFormat, RoundTripsEveryTypeAndLength) {
   EXPECT_EQ(back->totalSize(), s->totalSize());
 }
 
-TEST(StructureRawFormat, RegisteredAtLoadAsTheDefault) {
+TEST(StructureRawFormat, RegisteredAtLoadAsTheDefaultWithItsDescription) {
   EXPECT_EQ(StructureSerializer::formatByName("raw"), StructureSerializerRaw::theFormat());
   EXPECT_EQ(StructureSerializer::formatByName("RAW"), nullptr);
   EXPECT_EQ(StructureSerializer::defaultFormat(), StructureSerializerRaw::theFormat());
   EXPECT_STREQ(raw().formatType(), "raw");
-}
-
-TEST(StructureRawFormat, DescriptionText) {
   std::ostringstream out;
   raw().getFormatDescription(out);
   EXPECT_EQ(out.str(),
@@ -216,7 +213,7 @@ TEST(StructureRawFormat, DescriptionText) {
             "\n    float[3]=Origin");
 }
 
-TEST(StructureDebugFormat, WriteOnlyAndFoundByNameOnlyOnceRegistered) {
+TEST(StructureDebugFormat, WritesThePrintOnlyAndIsFoundOnlyOnceRegistered) {
   const StructureSerializerDebug& debug = *StructureSerializerDebug::theFormat();
   EXPECT_STREQ(debug.formatType(), "debug");
   EXPECT_EQ(StructureSerializer::formatByName("debug"), nullptr);
@@ -230,24 +227,19 @@ TEST(StructureDebugFormat, WriteOnlyAndFoundByNameOnlyOnceRegistered) {
   EXPECT_EQ(debug.read(in, errors), nullptr);
   EXPECT_EQ(errors, "Cannot read the debug format");
   EXPECT_EQ(in.tellg(), 0);
-}
 
-TEST(StructureDebugFormat, WritesTheStructurePrint) {
   StructureRef s(new Structure("S"));
   s->addMember(Member::kFloat, 3, "Origin");
   std::ostringstream expected;
   kivo::Debug::Print print(expected);
   Structure::Debug(s.get(), print);
   std::ostringstream out;
-  EXPECT_EQ(StructureSerializerDebug::theFormat()->write(*s, out), 0);
+  EXPECT_EQ(debug.write(*s, out), 0);
   EXPECT_EQ(out.str(), expected.str());
   EXPECT_NE(out.str().find("'Origin' float[3] +0"), std::string::npos);
-}
-
-TEST(StructureDebugFormat, DescriptionText) {
-  std::ostringstream out;
-  StructureSerializerDebug::theFormat()->getFormatDescription(out);
-  EXPECT_EQ(out.str(),
+  std::ostringstream description;
+  debug.getFormatDescription(description);
+  EXPECT_EQ(description.str(),
             "\nThe Debug format will be self-explanatory"
             "\nas it dumps all of the  information about"
             "\nthe structure in a verbose format.");
