@@ -22,7 +22,7 @@
 #include <sstream>
 #include <string>
 
-#include "support/kivoOwnership.h"
+#include "kivoDataTestStructures.h"
 
 namespace {
 
@@ -40,22 +40,16 @@ using kivo::Data::StreamImplDense;
 using kivo::Data::Structure;
 using kivo::Debug::Footprint;
 using kivo::Debug::Print;
-using StructureRef = kivo::Detail::Ref<Structure>;
+using kivo::Test::makeStructure;
+using kivo::Test::StructureRef;
 
 // "id" int32 and "v" float[2].
 StructureRef pointStructure() {
-  StructureRef s(new Structure("Point"));
-  s->addMember(Member::kInt32, 1, "id");
-  s->addMember(Member::kFloat, 2, "v");
-  return s;
+  return makeStructure("Point", {{Member::kInt32, 1, "id"}, {Member::kFloat, 2, "v"}});
 }
 
 // One int32 "v": 1024 slots in the first allocation.
-StructureRef wordStructure() {
-  StructureRef s(new Structure("Word"));
-  s->addMember(Member::kInt32, 1, "v");
-  return s;
-}
+StructureRef wordStructure() { return makeStructure("Word", {{Member::kInt32, 1, "v"}}); }
 
 Handle point(const Structure& s, int id, float a, float b) {
   Handle h(s);
@@ -289,8 +283,8 @@ TEST(DebugTextFootprint, CountsOwnedBlocksAndRecursesIntoHeldObjects) {
 }
 
 TEST(StreamDenseGrowthShort, StillGrowsTheBlockAndReportsFalse) {
-  StructureRef wide(new Structure("Wide"));
-  wide->addMember(Member::kDouble, 600, "d");  // 4800 bytes: 4096 / 4800 = 0 slots
+  // 4800 bytes: 4096 / 4800 = 0 slots
+  StructureRef wide = makeStructure("Wide", {{Member::kDouble, 600, "d"}});
   StreamImplDense dense(*wide, "W");
   EXPECT_FALSE(dense.ensureSpaceForElement(0));  // 0 x 3 / 2 = 0: nothing to allocate
   EXPECT_EQ(dense.physicalElementCount(), 0u);
