@@ -14,18 +14,19 @@ namespace kivo::Data {
 uint64_t Associations::_objectsCreated = 0;
 uint64_t Associations::_objectsAlive = 0;
 
+// The counters move only once nothing can throw any more.
 Associations::Associations() {
+  attach(new AssociationsImpl());
   ++_objectsCreated;
   ++_objectsAlive;
-  attach(new AssociationsImpl());
 }
 
 Associations* Associations::create() { return new Associations(); }
 
 Associations::Associations(const Associations* other) {
+  attach(other ? other->fImpl : new AssociationsImpl());
   ++_objectsCreated;
   ++_objectsAlive;
-  attach(other ? other->fImpl : new AssociationsImpl());
 }
 
 Associations::Associations(const Associations& other) {

@@ -14,16 +14,17 @@ namespace kivo::Data {
 uint64_t Channel::_objectsCreated = 0;
 uint64_t Channel::_objectsAlive = 0;
 
+// The counters move only once nothing can throw any more.
 Channel::Channel() {
+  attach(new ChannelImpl());
   ++_objectsCreated;
   ++_objectsAlive;
-  attach(new ChannelImpl());
 }
 
 Channel::Channel(const std::string& name) {
+  attach(new ChannelImpl(name));
   ++_objectsCreated;
   ++_objectsAlive;
-  attach(new ChannelImpl(name));
 }
 
 Channel::Channel(const Channel& other) {

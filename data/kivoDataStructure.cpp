@@ -56,18 +56,25 @@ Structure* Structure::create() { return new Structure(); }
 
 Structure::Structure() : Structure(nullptr) {}
 
+// The counters move only once nothing can throw any more.
 Structure::Structure(const char* name) {
-  ++_objectsCreated;
-  ++_objectsAlive;
   objectChanged();
   setName(name);
+  ++_objectsCreated;
+  ++_objectsAlive;
 }
 
 Structure::Structure(const Structure& other) : RefCounted(other), Checkpointed(other) {
+  fName = Detail::copyName(kDefaultName);
+  try {
+    *this = other;
+  } catch (...) {
+    // No destructor runs for an object whose constructor throws.
+    Detail::freeName(fName);
+    throw;
+  }
   ++_objectsCreated;
   ++_objectsAlive;
-  fName = Detail::copyName(kDefaultName);
-  *this = other;
 }
 
 Structure& Structure::operator=(const Structure& other) {

@@ -1,0 +1,472 @@
+// FaultyWrite.*   a rewrite whose k-th file call fails, for every k a clean
+//                 rewrite makes, once or from then on: false with a message,
+//                 the scene body unchanged; how many runs leave the old file,
+//                 the new one or neither is printed
+// FaultyRead.*    a read whose k-th read or seek fails, or whose k-th
+//                 allocation throws std::bad_alloc: no result but the right
+//                 one, the process registry restored, no object left alive
+// ReadMemory.*    what a read of a hostile file allocates
+// ThrowingConstructors.*  a constructor that meets std::bad_alloc leaves the
+//                 instance counters as they were and leaks nothing
+#include <kivo/access/kivoDataAccessor.h>
+#include <kivo/data/kivoDataAssociations.h>
+#include <kivo/data/kivoDataChannel.h>
+#include <kivo/data/kivoDataHandle.h>
+#include <kivo/data/kivoDataIndex.h>
+#include <kivo/data/kivoDataStream.h>
+#include <kivo/data/kivoDataStructure.h>
+#include <kivo/serialize/kivoDataAssociationsSerializer.h>
+#include <kivo/serialize/kivoDataStructureSerializer.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <iostream>
+#include <memory>
+#include <new>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "access/kivoAccessTestFiles.h"
+#include "access/kivoBinaryTestFiles.h"
+#include "faults/kivoFaultShim.h"
+#include "support/kivoOwnership.h"
+
+namespace {
+
+namespace Faults = kivo::Test::Faults;
+using kivo::Data::Accessor;
+using kivo::Data::Associations;
+using kivo::Data::Handle;
+using kivo::Data::Index;
+using kivo::Data::Member;
+using kivo::Data::Stream;
+using kivo::Data::Structure;
+using kivo::Test::asciiBody;
+using kivo::Test::binaryScene;
+using kivo::Test::chunk;
+using kivo::Test::kAsciiTrailer;
+using kivo::Test::readBytes;
+using kivo::Test::writeBytes;
+
+// Everything an accessor holds, as raw text.
+std::string contentOf(const Accessor& accessor) {
+  std::ostringstream out;
+  for (const Structure* structure : accessor.structures()) {
+    kivo::Data::StructureSerializer::formatByName("raw")->write(*structure, out);
+    out << '\n';
+  }
+  std::string ignored;
+  for (const auto& entry : accessor.associations()) {
+    out << "[" << entry.first << "]\n";
+    kivo::Data::AssociationsSerializer::formatByName("raw")->write(entry.second, out, ignored);
+  }
+  return out.str();
+}
+
+// The objects of the data model alive now.
+uint64_t objectsAlive() {
+  return Structure::_objectsAlive + Stream::_objectsAlive + kivo::Data::Channel::_objectsAlive +
+         Associations::_objectsAlive + Handle::_objectsAlive + Accessor::_objectsAlive;
+}
+
+// A scene file before a rewrite.
+struct Scenario {
+  const char* name;
+  const char* extension;
+  std::string original;
+  // The bytes no rewrite may change: [0, bodyEnd) but for [skipFrom,
+  // skipTo), the main group's size field of a binary file.
+  size_t bodyEnd;
+  size_t skipFrom;
+  size_t skipTo;
+
+  std::string body(const std::string& bytes) const {
+    if (bytes.size() < bodyEnd) return bytes;
+    return bytes.substr(0, skipFrom) + bytes.substr(skipTo, bodyEnd - skipTo);
+  }
+};
+
+// How the runs of one scenario ended.
+struct Tally {
+  int runs = 0;
+  int oldFile = 0;
+  int newFile = 0;
+  int neither = 0;
+  int recovered = 0;  // write returned true, and the file is the new one
+};
+
+// The structure "point" {int32 id, string label} is registered in the
+// process for each test; the registry must be as it was after every run.
+class FaultTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fPoint = Structure::create();
+    fPoint->setName("point");
+    fPoint->addMember(Member::kInt32, 1, "id");
+    fPoint->addMember(Member::kString, 1, "label");
+    Structure::registerStructure(*fPoint);
+    fBefore = Structure::allStructures();
+  }
+  void TearDown() override {
+    EXPECT_EQ(Structure::allStructures(), fBefore);
+    Structure::deregisterStructure(*fPoint);
+  }
+
+  // Associations with channel "vertex", stream "values", element 3 labelled.
+  Associations labelled(const std::string& label) {
+    Stream stream(*fPoint, "values");
+    Handle h(*fPoint);
+    std::string ignored;
+    h.setPositionByMemberName("label");
+    h.fromStr(label, 0, ignored);
+    stream.setElement(Index(3), h);
+    Associations associations;
+    associations.channel("vertex").setDataStream(stream);
+    return associations;
+  }
+
+  // The metadata every rewrite writes: the point structure, a scene entry
+  // long enough for the streams to write it in one vectored call, and a node.
+  void newMetadata(Accessor& accessor) {
+    accessor.setStructures({fPoint});
+    accessor.associations() = {{"", labelled(std::string(12000, 's'))},
+                               {"pCube1", labelled("new node")}};
+  }
+
+  // A file of name holding content, its metadata written by the library.
+  std::string withMetadata(const std::string& name, const std::string& content,
+                           const Accessor::AssociationsMap& associations) {
+    const std::string path = fFolder.path(name);
+    writeBytes(path, content);
+    std::string errors;
+    std::unique_ptr<Accessor> accessor = Accessor::readFile(path, errors);
+    EXPECT_NE(accessor, nullptr) << errors;
+    if (!accessor) return content;
+    accessor->setStructures({fPoint});
+    accessor->associations() = associations;
+    EXPECT_TRUE(accessor->write(errors)) << errors;
+    return readBytes(path);
+  }
+
+  std::vector<Scenario> asciiScenarios() {
+    const std::string body = asciiBody(3000);
+    return {
+        {"ta, no metadata yet", "ta", body + kAsciiTrailer, body.size(), 0, 0},
+        {"ta, node-level metadata", "ta",
+         withMetadata("node.ta", body + kAsciiTrailer, {{"pCube1", labelled("old node")}}),
+         body.size(), 0, 0},
+        {"ta, scene-level metadata", "ta",
+         withMetadata("scene.ta", body + kAsciiTrailer, {{"", labelled("old scene")}}),
+         body.size(), 0, 0},
+    };
+  }
+
+  std::vector<Scenario> binaryScenarios() {
+    const size_t trailerSize = kivo::Test::binaryTrailerSizePosition();
+    const std::string host = chunk("HOST", "host trailer chunk") + chunk("HOST", "second");
+    return {
+        {"tb, no host chunks", "tb",
+         withMetadata("plain.tb", binaryScene(""), {{"", labelled("old scene")}}), trailerSize,
+         8, 16},
+        {"tb, host chunks in the trailer", "tb",
+         withMetadata("host.tb", binaryScene(host), {{"pCube1", labelled("old node")}}),
+         trailerSize, 8, 16},
+    };
+  }
+
+  // The files the read faults are tried on: a rewritten file of each format,
+  // with structures, scene and node associations.
+  std::vector<Scenario> readScenarios() {
+    std::vector<Scenario> scenarios;
+    for (std::vector<Scenario> some : {asciiScenarios(), binaryScenarios()}) {
+      Scenario scenario = some.back();
+      const std::string path = fFolder.path(std::string("source.") + scenario.extension);
+      writeBytes(path, scenario.original);
+      std::string errors;
+      std::unique_ptr<Accessor> accessor = Accessor::readFile(path, errors);
+      EXPECT_NE(accessor, nullptr) << errors;
+      if (!accessor) continue;
+      newMetadata(*accessor);
+      EXPECT_TRUE(accessor->write(errors)) << errors;
+      scenario.original = readBytes(path);
+      scenario.name = scenario.extension;
+      scenarios.push_back(scenario);
+    }
+    return scenarios;
+  }
+
+  // What a read of path without faults gives, as raw text.
+  static std::string cleanRead(const std::string& path) {
+    std::string errors;
+    std::unique_ptr<Accessor> accessor = Accessor::readFile(path, errors);
+    EXPECT_NE(accessor, nullptr) << errors;
+    return accessor ? contentOf(*accessor) : std::string();
+  }
+
+  // Runs the rewrite of scenario once per file call it makes, the k-th call
+  // failing; checks every run and counts how they ended.
+  Tally rewriteWithFaults(const Scenario& scenario, bool sticky) {
+    const std::string path = fFolder.path(std::string("faulty.") + scenario.extension);
+    const auto prepared = [&] {
+      writeBytes(path, scenario.original);
+      std::string errors;
+      std::unique_ptr<Accessor> accessor = Accessor::readFile(path, errors);
+      EXPECT_NE(accessor, nullptr) << errors;
+      if (accessor) newMetadata(*accessor);
+      return accessor;
+    };
+    std::unique_ptr<Accessor> clean = prepared();
+    if (!clean) return Tally();
+    std::string errors;
+    uint64_t calls = 0;
+    {
+      Faults::ArmedCalls armed(Faults::kWriteCalls, 0, false);
+      EXPECT_TRUE(clean->write(errors)) << errors;
+      calls = Faults::disarmCalls();
+    }
+    const std::string written = readBytes(path);
+    EXPECT_GT(calls, 3u);
+    Tally tally;
+    for (uint64_t k = 1; k <= calls; ++k) {
+      SCOPED_TRACE("call " + std::to_string(k) + " of " + std::to_string(calls));
+      std::unique_ptr<Accessor> accessor = prepared();
+      if (!accessor) break;
+      errors.clear();
+      bool ok = false;
+      {
+        Faults::ArmedCalls armed(Faults::kWriteCalls, k, sticky);
+        ok = accessor->write(errors);
+      }
+      EXPECT_TRUE(Faults::callFailed());
+      const std::string after = readBytes(path);
+      EXPECT_EQ(scenario.body(after), scenario.body(scenario.original));
+      ++tally.runs;
+      if (ok) {
+        EXPECT_EQ(after, written) << "a write that reports success wrote something else";
+        ++tally.recovered;
+        continue;
+      }
+      EXPECT_NE(errors, "");
+      if (after == scenario.original) {
+        ++tally.oldFile;
+      } else if (after == written) {
+        ++tally.newFile;
+      } else {
+        ++tally.neither;
+      }
+    }
+    return tally;
+  }
+
+  Structure* fPoint = nullptr;
+  Structure::StructureSet fBefore;
+  kivo::Test::TempFolder fFolder;
+};
+
+void report(const Scenario& scenario, bool sticky, const Tally& tally) {
+  std::cout << "[ faults   ] " << scenario.name << (sticky ? ", failing from call k on" : ", call k failing")
+            << ": " << tally.runs << " runs, old file " << tally.oldFile << ", new file "
+            << tally.newFile << ", neither " << tally.neither << ", recovered "
+            << tally.recovered << std::endl;
+}
+
+// Constructs a T with make at every allocation k it makes, the k-th
+// throwing; the counters of T must not move.
+template <class T, class Make>
+void throwAtEveryAllocation(Make make) {
+  uint64_t allocations = 0;
+  {
+    Faults::ArmedAllocations armed(0);
+    make();
+    allocations = Faults::disarmAllocations();
+  }
+  EXPECT_GT(allocations, 0u);
+  for (uint64_t k = 1; k <= allocations; ++k) {
+    SCOPED_TRACE("allocation " + std::to_string(k));
+    const uint64_t created = T::_objectsCreated;
+    const uint64_t alive = T::_objectsAlive;
+    bool thrown = false;
+    try {
+      Faults::ArmedAllocations armed(k);
+      make();
+    } catch (const std::bad_alloc&) {
+      thrown = true;
+    }
+    EXPECT_TRUE(thrown);
+    EXPECT_EQ(T::_objectsCreated, created);
+    EXPECT_EQ(T::_objectsAlive, alive);
+  }
+}
+
+TEST(ThrowingConstructors, LeaveTheCountersAsTheyWere) {
+  kivo::Detail::Ref<Structure> structure(new Structure("S"));
+  structure->addMember(Member::kInt32, 1, "a");
+  structure->addMember(Member::kString, 2, "b");
+  throwAtEveryAllocation<Structure>([] { kivo::Detail::Ref<Structure> s(new Structure("T")); });
+  throwAtEveryAllocation<Structure>(
+      [&] { kivo::Detail::Ref<Structure> s(new Structure(*structure)); });
+  throwAtEveryAllocation<kivo::Data::Channel>([] { kivo::Data::Channel channel("vertex"); });
+  throwAtEveryAllocation<kivo::Data::Channel>([] { kivo::Data::Channel channel; });
+  throwAtEveryAllocation<Associations>([] { Associations associations; });
+}
+
+using FaultyWrite = FaultTest;
+using FaultyRead = FaultTest;
+using ReadMemory = FaultTest;
+
+TEST_F(FaultyWrite, AsciiRewriteFailsCleanlyAtEveryCall) {
+  for (const Scenario& scenario : asciiScenarios()) {
+    for (const bool sticky : {false, true}) {
+      SCOPED_TRACE(std::string(scenario.name) + (sticky ? ", sticky" : ""));
+      report(scenario, sticky, rewriteWithFaults(scenario, sticky));
+    }
+  }
+}
+
+TEST_F(FaultyWrite, BinaryRewriteFailsCleanlyAtEveryCall) {
+  for (const Scenario& scenario : binaryScenarios()) {
+    for (const bool sticky : {false, true}) {
+      SCOPED_TRACE(std::string(scenario.name) + (sticky ? ", sticky" : ""));
+      report(scenario, sticky, rewriteWithFaults(scenario, sticky));
+    }
+  }
+}
+
+TEST_F(FaultyRead, FailingReadsAndSeeksGiveNoResultButTheRightOne) {
+  for (const Scenario& scenario : readScenarios()) {
+    for (const bool sticky : {false, true}) {
+      SCOPED_TRACE(std::string(scenario.name) + (sticky ? ", sticky" : ""));
+      const std::string path = fFolder.path(std::string("read.") + scenario.extension);
+      writeBytes(path, scenario.original);
+      const std::string expected = cleanRead(path);
+      uint64_t calls = 0;
+      {
+        std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
+        std::string errors;
+        Faults::ArmedCalls armed(Faults::kReadCalls, 0, false);
+        EXPECT_TRUE(accessor->read(path, errors)) << errors;
+        calls = Faults::disarmCalls();
+      }
+      EXPECT_GT(calls, 2u);
+      const uint64_t alive = objectsAlive();
+      int refused = 0;
+      for (uint64_t k = 1; k <= calls; ++k) {
+        SCOPED_TRACE("call " + std::to_string(k) + " of " + std::to_string(calls));
+        std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
+        std::string errors;
+        bool ok = false;
+        {
+          Faults::ArmedCalls armed(Faults::kReadCalls, k, sticky);
+          ok = accessor->read(path, errors);
+        }
+        EXPECT_TRUE(Faults::callFailed());
+        EXPECT_EQ(Structure::allStructures(), fBefore);
+        if (ok) {
+          EXPECT_EQ(contentOf(*accessor), expected);
+        } else {
+          ++refused;
+          EXPECT_NE(errors, "");
+          EXPECT_EQ(contentOf(*accessor), "");
+        }
+        accessor.reset();
+        EXPECT_EQ(objectsAlive(), alive);
+      }
+      EXPECT_EQ(readBytes(path), scenario.original);
+      std::cout << "[ faults   ] read of " << scenario.name
+                << (sticky ? ", failing from call k on: " : ", call k failing: ") << calls
+                << " runs, refused " << refused << ", recovered " << calls - refused
+                << std::endl;
+    }
+  }
+}
+
+TEST_F(FaultyRead, AllocationFailuresGiveNoResultButTheRightOne) {
+  for (const Scenario& scenario : readScenarios()) {
+    SCOPED_TRACE(scenario.name);
+    const std::string path = fFolder.path(std::string("read.") + scenario.extension);
+    writeBytes(path, scenario.original);
+    const std::string expected = cleanRead(path);
+    uint64_t allocations = 0;
+    {
+      std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
+      std::string errors;
+      errors.reserve(4096);
+      Faults::ArmedAllocations armed(0);
+      EXPECT_TRUE(accessor->read(path, errors)) << errors;
+      allocations = Faults::disarmAllocations();
+    }
+    EXPECT_GT(allocations, 10u);
+    const uint64_t alive = objectsAlive();
+    int refused = 0, thrown = 0;
+    for (uint64_t k = 1; k <= allocations; ++k) {
+      SCOPED_TRACE("allocation " + std::to_string(k) + " of " + std::to_string(allocations));
+      std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
+      std::string errors;
+      errors.reserve(4096);
+      bool ok = false;
+      try {
+        Faults::ArmedAllocations armed(k);
+        ok = accessor->read(path, errors);
+      } catch (const std::bad_alloc&) {
+        ++thrown;
+      }
+      EXPECT_TRUE(Faults::allocationFailed());
+      EXPECT_EQ(Structure::allStructures(), fBefore);
+      if (ok) {
+        EXPECT_EQ(contentOf(*accessor), expected);
+      } else {
+        ++refused;
+        EXPECT_EQ(contentOf(*accessor), "");
+      }
+      accessor.reset();
+      EXPECT_EQ(objectsAlive(), alive);
+    }
+    std::cout << "[ faults   ] read of " << scenario.name << ", allocation k throwing: "
+              << allocations << " runs, refused " << refused << " (" << thrown
+              << " by the exception), recovered " << allocations - refused << std::endl;
+  }
+}
+
+TEST_F(ReadMemory, SizeFieldsDoNotDriveAllocations) {
+  // Chunks claiming far more than the file holds, and an ASCII file of one
+  // long statement: a read allocates at most twice the file plus 1 MiB.
+  struct Hostile {
+    const char* what;
+    const char* extension;
+    std::string content;
+  };
+  const std::string structure = chunk("DATS", std::string("raw\0name=S:int32=a\0", 20));
+  const Hostile cases[] = {
+      {"structure chunk claiming 2^62 bytes", "tb",
+       binaryScene(kivo::Test::chunkHeader("DATS", uint64_t(1) << 62) + structure)},
+      {"host chunk claiming 2^63 bytes", "tb",
+       binaryScene(kivo::Test::chunkHeader("HOST", uint64_t(1) << 63))},
+      {"associations chunk claiming its trailer and more", "tb",
+       binaryScene(kivo::Test::chunkHeader("MTDA", 1u << 30) + std::string(4096, 'x'))},
+      {"one unterminated statement", "ta",
+       asciiBody(100) + "applyMetadata -fmt \"raw\" -v \"" + std::string(200000, 'v') + "\n" +
+           kAsciiTrailer},
+  };
+  for (const Hostile& c : cases) {
+    SCOPED_TRACE(c.what);
+    const std::string path = fFolder.path(std::string("hostile.") + c.extension);
+    writeBytes(path, c.content);
+    std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
+    std::string errors;
+    bool ok = true;
+    uint64_t bytes = 0;
+    {
+      Faults::ArmedAllocations armed(0);
+      ok = accessor->read(path, errors);
+      bytes = Faults::allocatedBytes();
+    }
+    EXPECT_FALSE(ok);
+    EXPECT_NE(errors, "");
+    EXPECT_LE(bytes, 2 * c.content.size() + (1u << 20)) << "largest allocation "
+                                                        << Faults::largestAllocation();
+  }
+}
+
+}  // namespace

@@ -1,0 +1,69 @@
+// Fault injection for the fault tests: this program defines the file calls
+// the library and the standard streams make (read, write, writev, lseek,
+// pwrite, truncate, ftruncate) and the global operator new, and forwards
+// them to the next definition (libc, the sanitizer runtime, libstdc++). Off
+// by default; a test arms it for one operation and disarms it at once.
+//
+// File calls are counted only on descriptors above 2 (the test's own output
+// never counts) and, for truncate, on every path.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kivo::Test::Faults {
+
+enum eCall : unsigned {
+  kRead = 1u << 0,
+  kWrite = 1u << 1,
+  kWritev = 1u << 2,
+  kLseek = 1u << 3,
+  kPwrite = 1u << 4,
+  kTruncate = 1u << 5,
+  kFtruncate = 1u << 6,
+};
+
+// The calls that change a file or move its position.
+constexpr unsigned kWriteCalls = kWrite | kWritev | kLseek | kPwrite | kTruncate | kFtruncate;
+constexpr unsigned kReadCalls = kRead | kLseek;
+
+// Counts the calls of mask from now on. When failAt is not 0, the failAt-th
+// of them fails (errno EIO, ENOSPC for the writing calls); with sticky, so
+// does every later one.
+void armCalls(unsigned mask, uint64_t failAt, bool sticky);
+// Stops counting; returns how many calls of the mask were made.
+uint64_t disarmCalls();
+// True when an armed failure has happened since the last armCalls.
+bool callFailed();
+
+// Counts allocations through operator new from now on; when failAt is not 0
+// the failAt-th throws std::bad_alloc (once).
+void armAllocations(uint64_t failAt);
+// Stops counting; returns how many allocations were made.
+uint64_t disarmAllocations();
+bool allocationFailed();
+// The bytes asked of operator new since armAllocations: an upper bound of
+// what the armed operation held at its peak.
+uint64_t allocatedBytes();
+// The largest single allocation since armAllocations.
+uint64_t largestAllocation();
+
+// Arms file calls for one scope.
+class ArmedCalls {
+ public:
+  ArmedCalls(unsigned mask, uint64_t failAt, bool sticky) { armCalls(mask, failAt, sticky); }
+  ~ArmedCalls() { disarmCalls(); }
+  ArmedCalls(const ArmedCalls&) = delete;
+  ArmedCalls& operator=(const ArmedCalls&) = delete;
+};
+
+// Arms allocations for one scope.
+class ArmedAllocations {
+ public:
+  explicit ArmedAllocations(uint64_t failAt) { armAllocations(failAt); }
+  ~ArmedAllocations() { disarmAllocations(); }
+  ArmedAllocations(const ArmedAllocations&) = delete;
+  ArmedAllocations& operator=(const ArmedAllocations&) = delete;
+};
+
+}  // namespace kivo::Test::Faults
