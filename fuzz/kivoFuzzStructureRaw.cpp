@@ -1,6 +1,7 @@
 // Structure raw reader. The whole input is one structure text. Checks: a
-// refused text says why; a structure that was made writes a text that reads
-// back, without messages, to an equal structure whose text is the same.
+// refused text says why; a structure with members that was made writes a
+// text that reads back, without messages, to an equal structure whose text
+// is the same.
 #include <cstdint>
 #include <memory>
 #include <sstream>
@@ -43,8 +44,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     return 0;
   }
   kivo::Fuzz::note("read: " + errors);
-  if (first.structure->empty()) fail("a structure without members was made");
   const std::string written = kivo::Fuzz::structureText(*first.structure);
+  // Fields refused only for a missing '=' still give a structure, which may
+  // then have no members; its text ("name=S") is refused as it should be.
+  if (first.structure->empty()) return 0;
   std::istringstream again(written);
   std::string againErrors;
   Owned second(format.read(again, againErrors));

@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# Runs every libFuzzer harness of a KIVO_BUILD_FUZZ build for a fixed time,
+# starting from its seed corpus, and fails when any of them reports a
+# finding (crash, sanitizer report, leak, objects left behind, a timeout over
+# 2 s or more than 2 GiB of memory).
+#
+#   fuzz/runAll.sh BUILD_DIR [SECONDS_EACH] [HARNESS...]
+#
+# New inputs go to BUILD_DIR/fuzz/work/<harness>/ (kept between runs, so a
+# second run goes on where the first stopped); a finding is saved as
+# BUILD_DIR/fuzz/artifacts/<harness>-crash-... and can be replayed with
+# BUILD_DIR/fuzz/kivo_fuzz_<harness> FILE.
+set -uo pipefail
+here="$(cd "$(dirname "$0")" && pwd)"
+build="${1:?usage: $0 BUILD_DIR [SECONDS_EACH] [HARNESS...]}"
+seconds="${2:-20}"
+shift $(( $# > 1 ? 2 : 1 ))
+harnesses=("$@")
+if [ ${#harnesses[@]} -eq 0 ]; then
+  harnesses=($(ls "$here/corpus"))
+fi
+mkdir -p "$build/fuzz/artifacts"
+failed=()
+for h in "${harnesses[@]}"; do
+  binary="$build/fuzz/kivo_fuzz_$h"
+  work="$build/fuzz/work/$h"
+  mkdir -p "$work"
+  log="$build/fuzz/work/$h.log"
+  "$binary" -max_total_time="$seconds" -timeout=2 -rss_limit_mb=2048 -print_final_stats=1 \
+    -dict="$here/kivo.dict" -artifact_prefix="$build/fuzz/artifacts/$h-" \
+    "$work" "$here/corpus/$h" >"$log" 2>&1
+  status=$?
+  runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
+  if [ $status -ne 0 ]; then
+    failed+=("$h")
+    echo "FAIL $h after ${runs:-?} runs (exit $status); log: $log"
+    grep -E -m 5 'ERROR|SUMMARY|kivo fuzz check failed|Test unit written' "$log"
+  else
+    echo "ok   $h: ${runs:-?} runs in ${seconds}s"
+  fi
+done
+if [ ${#failed[@]} -ne 0 ]; then
+  echo "findings in: ${failed[*]}"
+  exit 1
+fi
