@@ -12,6 +12,7 @@
 #include <kivo/support/kivoDebugFootprint.h>
 #include <kivo/support/kivoDebugPrint.h>
 
+#include "support/kivoFastText.h"
 #include "support/kivoMessages.h"
 #include "support/kivoOwnership.h"
 
@@ -42,11 +43,10 @@ void store(char* address, T value) {
   std::memcpy(address, &value, sizeof value);
 }
 
+// What a classic stream in its default state writes: six significant digits.
 std::string numberText(double value) {
-  std::ostringstream out;
-  out.imbue(std::locale::classic());
-  out << value;
-  return out.str();
+  char buffer[Detail::kNumberBuffer];
+  return std::string(buffer, Detail::formatGeneral(buffer, value, 6));
 }
 
 // Sixteen entries in storage order, separated by one blank; "0.0" each
@@ -102,6 +102,78 @@ bool isBlank(int c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
 }
 
+const char* skipSpace(const std::string& text) {
+  const char* p = text.data();
+  const char* const end = p + text.size();
+  while (p < end && Detail::isClassicSpace(*p)) ++p;
+  return p;
+}
+
+// A number in strict form (after leading whitespace, up to whitespace or
+// the end) read without a stream and stored as T; false, storing nothing,
+// leaves the text to the stream code, which then gives the same result or
+// the message.
+template <class T, class Wide>
+bool storeStrictNumber(const std::string& text, char* target) {
+  Wide value{};
+  const char* p = skipSpace(text);
+  if (!Detail::parseStrict(p, text.data() + text.size(), value) || !fits<T>(value)) return false;
+  store<T>(target, static_cast<T>(value));
+  return true;
+}
+
+bool isOneOf(const char* word, size_t length, const char* const (&words)[5]);
+
+// A boolean word stored without a stream; false for anything that is not
+// one of the accepted words.
+bool storeBooleanWord(const std::string& text, char* target) {
+  const char* p = skipSpace(text);
+  const char* const end = text.data() + text.size();
+  const char* last = p;
+  while (last < end && !Detail::isClassicSpace(*last)) ++last;
+  const size_t length = static_cast<size_t>(last - p);
+  if (isOneOf(p, length, kTrueWords)) {
+    store<uint8_t>(target, 1);
+  } else if (isOneOf(p, length, kFalseWords)) {
+    store<uint8_t>(target, 0);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+// The value in strict form stored without a stream; false when the stream
+// code has to read it. Matrices always go to the stream code.
+bool storeStrict(Member::eDataType type, const std::string& text, char* target) {
+  if (Detail::streamTextOnly()) return false;
+  switch (type) {
+    case Member::kBoolean:
+      return storeBooleanWord(text, target);
+    case Member::kDouble:
+      return storeStrictNumber<double, double>(text, target);
+    case Member::kFloat:
+      return storeStrictNumber<float, float>(text, target);
+    case Member::kInt8:
+      return storeStrictNumber<int8_t, int>(text, target);
+    case Member::kInt16:
+      return storeStrictNumber<int16_t, int>(text, target);
+    case Member::kInt32:
+      return storeStrictNumber<int32_t, int>(text, target);
+    case Member::kInt64:
+      return storeStrictNumber<int64_t, long long>(text, target);
+    case Member::kUInt8:
+      return storeStrictNumber<uint8_t, unsigned int>(text, target);
+    case Member::kUInt16:
+      return storeStrictNumber<uint16_t, unsigned int>(text, target);
+    case Member::kUInt32:
+      return storeStrictNumber<uint32_t, unsigned int>(text, target);
+    case Member::kUInt64:
+      return storeStrictNumber<uint64_t, unsigned long long>(text, target);
+    default:
+      return false;
+  }
+}
+
 // Drops what is left of a word that failed to read, so that the next entry
 // starts after it.
 void skipRestOfWord(std::istream& in) {
@@ -136,11 +208,16 @@ unsigned int readMatrix(std::istream& in, char* target, const char* word, std::s
   return errors;
 }
 
-bool isOneOf(const std::string& word, const char* const (&words)[5]) {
+bool isOneOf(const char* word, size_t length, const char* const (&words)[5]) {
   for (const char* candidate : words) {
-    if (word == candidate) return true;
+    if (std::strlen(candidate) == length && std::memcmp(word, candidate, length) == 0)
+      return true;
   }
   return false;
+}
+
+bool isOneOf(const std::string& word, const char* const (&words)[5]) {
+  return isOneOf(word.data(), word.size(), words);
 }
 
 unsigned int readBoolean(std::istream& in, char* target, std::string& lines) {
@@ -348,6 +425,7 @@ unsigned int Handle::fromStr(const std::string& value, unsigned int index, std::
     storeString(target, value);
     return 0;
   }
+  if (storeStrict(type, value, target)) return 0;
 
   std::istringstream in(value);
   in.imbue(std::locale::classic());

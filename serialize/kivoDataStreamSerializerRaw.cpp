@@ -1,11 +1,15 @@
 #include <kivo/serialize/kivoDataStreamSerializerRaw.h>
 
+#include <charconv>
 #include <cstring>
 #include <istream>
 #include <limits>
+#include <locale>
 #include <memory>
 #include <ostream>
 #include <string>
+#include <typeinfo>
+#include <vector>
 
 #include <kivo/data/kivoDataHandle.h>
 #include <kivo/data/kivoDataIndex.h>
@@ -17,12 +21,16 @@
 
 #include "serialize/kivoRawText.h"
 #include "serialize/kivoRawValues.h"
+#include "support/kivoFastText.h"
 #include "support/kivoMessages.h"
 
 namespace kivo::Data {
 namespace {
 
 using Raw = SerializerRaw;
+
+// Bytes of formatted records collected before they go to the output.
+constexpr size_t kWriteBuffer = size_t(1) << 16;
 
 std::string invalidType(Member::eDataType type) {
   return "Invalid type " + std::to_string(static_cast<unsigned int>(type)) + " in structure.\n";
@@ -70,6 +78,78 @@ bool startsWith(const std::string& line, const char* keyword) {
   return line.compare(0, std::strlen(keyword), keyword) == 0;
 }
 
+// ---- Fast paths ----
+//
+// Writing formats whole records into a buffer with to_chars, reading parses
+// whole data lines with from_chars. Both are taken only where they give the
+// stream code's bytes, values and messages exactly; everything else goes
+// through the stream code.
+
+// Output that the fast writer reproduces: default flags, width 0, a
+// precision to_chars serves, a standard number formatter with "." and no
+// grouping, no exceptions and no tied stream to flush.
+bool plainOutput(std::ostream& output) {
+  if (Detail::streamTextOnly() || !output.good() || !output.rdbuf()) return false;
+  if ((output.flags() & ~std::ios_base::skipws) != std::ios_base::dec) return false;
+  if (output.width() != 0 || output.precision() < 0 ||
+      output.precision() > Detail::kMaxFastPrecision)
+    return false;
+  if (output.exceptions() != std::ios_base::goodbit || output.tie()) return false;
+  const std::locale locale = output.getloc();
+  if (locale == std::locale::classic()) return true;
+  const std::numpunct<char>& punctuation = std::use_facet<std::numpunct<char>>(locale);
+  return punctuation.grouping().empty() && punctuation.decimal_point() == '.' &&
+         typeid(std::use_facet<std::num_put<char>>(locale)) == typeid(std::num_put<char>);
+}
+
+// Input that the fast reader may read ahead of and return to: decimal
+// integers, the classic locale, no exceptions.
+bool plainInput(std::istream& input) {
+  if (Detail::streamTextOnly()) return false;
+  return (input.flags() & std::ios_base::basefield) == std::ios_base::dec &&
+         input.exceptions() == std::ios_base::goodbit && input.getloc() == std::locale::classic();
+}
+
+// Hands the buffer to the output; a short write marks the output bad, as a
+// failed insertion would.
+void flushTo(std::ostream& output, std::string& buffer) {
+  if (buffer.empty()) return;
+  const std::streamsize size = static_cast<std::streamsize>(buffer.size());
+  try {
+    if (output.rdbuf()->sputn(buffer.data(), size) != size) output.setstate(std::ios_base::badbit);
+  } catch (...) {
+    output.setstate(std::ios_base::badbit);
+  }
+  buffer.clear();
+}
+
+struct MemberLayout {
+  Member::eDataType type;
+  uint64_t offset;
+  unsigned int length;
+};
+
+// Type, offset and length of every member; false when a type has no text.
+bool layoutOf(const Structure& structure, std::vector<MemberLayout>& layout) {
+  for (StructureIterator member = structure.begin(); member.valid(); ++member) {
+    const Member::eDataType type = Member::type(&*member);
+    if (type >= Member::kInvalidType) return false;
+    layout.push_back({type, Member::offset(&*member), Member::length(&*member)});
+  }
+  return true;
+}
+
+// A numeric index line in strict form: digits only, within 32 bits.
+bool strictNumericIndex(const std::string& line, Index& index) {
+  unsigned int value = 0;
+  const char* const end = line.data() + line.size();
+  if (line.empty() || !Detail::isDigit(line[0])) return false;
+  const std::from_chars_result result = std::from_chars(line.data(), end, value);
+  if (result.ec != std::errc() || result.ptr != end) return false;
+  index = Index(value);
+  return true;
+}
+
 // One stream read: the header, then the elements up to the terminator.
 class StreamReader {
  public:
@@ -78,6 +158,7 @@ class StreamReader {
   Stream* read(std::string& errors) {
     std::unique_ptr<Stream> stream;
     if (readHeader()) stream = makeStream();
+    fFast = stream && plainInput(fInput) && layoutOf(*fStructure, fLayout);
     if (stream) readElements(*stream);
     if (fCount == 0) return stream.release();
     fMessages += Detail::errorSummary(fCount, " found, Stream not created") + "\n";
@@ -162,15 +243,20 @@ class StreamReader {
       if (fLine.empty()) continue;
       if (fLine == Raw::keyword(Raw::kEndStream)) return;
       Index index;
-      try {
-        index = fCreator(fLine);
-      } catch (Index::eCreationErrors code) {
-        record(illegalIndex(fLine, fInput, code, fIndexType));
-        continue;
+      if (!(fFast && fCreator == &Index::TypeCreator && strictNumericIndex(fLine, index))) {
+        try {
+          index = fCreator(fLine);
+        } catch (Index::eCreationErrors code) {
+          record(illegalIndex(fLine, fInput, code, fIndexType));
+          continue;
+        }
       }
       ++fRecord;
-      fCount += StreamSerializerRaw::readStructure(*fStructure, fInput, fRecord, handle, fMessages);
-      fInput.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+      if (!readDataLineStrict(handle)) {
+        fCount +=
+            StreamSerializerRaw::readStructure(*fStructure, fInput, fRecord, handle, fMessages);
+        fInput.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+      }
       // Once an error is counted the stream will be discarded: its elements
       // are no longer stored, so bad text cannot make it grow.
       if (fCount != 0) continue;
@@ -178,6 +264,35 @@ class StreamReader {
       if (!stream.setElement(index, handle)) fMessages += couldNotAdd(index);
     }
     if (!fTooLong) record(missingEnd(fRecord));
+  }
+
+  // Reads the element's data line into handle when every value on it is in
+  // strict form, leaving the input after the line as the stream code and
+  // the skip to the line end would. Otherwise returns the input to the
+  // start of the line, as it was, and false: the stream code reads it.
+  bool readDataLineStrict(Handle& handle) {
+    if (!fFast || !fInput.good() || !handle.data()) return false;
+    std::streambuf* buffer = fInput.rdbuf();
+    const std::streampos start = buffer->pubseekoff(0, std::ios_base::cur, std::ios_base::in);
+    if (start == std::streampos(std::streamoff(-1))) {
+      fFast = false;  // the input cannot go back
+      return false;
+    }
+    if (fData.empty()) fData.resize(kDataLineBuffer);
+    fInput.getline(fData.data(), static_cast<std::streamsize>(fData.size()));
+    if (!fInput.fail()) {
+      const char* p = fData.data();
+      const char* const end = p + fInput.gcount() - (fInput.eof() ? 0 : 1);
+      for (const MemberLayout& member : fLayout) {
+        p = Detail::readRawValuesStrict(p, end, member.type, handle.data() + member.offset,
+                                        member.length);
+        if (!p) break;
+      }
+      if (p) return true;
+    }
+    fInput.clear();
+    if (buffer->pubseekpos(start, std::ios_base::in) != start) fInput.setstate(std::ios_base::badbit);
+    return false;
   }
 
   std::istream& fInput;
@@ -193,6 +308,12 @@ class StreamReader {
   bool fTyped = false;
   Index::Creator fCreator = Index::creator(Index::theTypeName());
   const Structure* fStructure = nullptr;
+  // The fast reader: whether it may be tried, the members' layout, and its
+  // line buffer (a longer line goes to the stream code).
+  static constexpr size_t kDataLineBuffer = size_t(1) << 16;
+  bool fFast = false;
+  std::vector<MemberLayout> fLayout;
+  std::vector<char> fData;
 };
 
 const SerializerInitializer<StreamSerializerRaw> registration;
@@ -220,15 +341,42 @@ int StreamSerializerRaw::write(const Stream& stream, std::ostream& output,
   const unsigned int members = stream.structure().memberCount();
   int count = 0;
   unsigned int record = 0;
+  // Records are formatted into a buffer when that writes the same bytes:
+  // this very class (a derived one may write members its own way) and an
+  // output in its plain state, checked after the header has reset the width.
+  std::vector<MemberLayout> layout;
+  bool fast = typeid(*this) == typeid(StreamSerializerRaw) && plainOutput(output) &&
+              layoutOf(stream.structure(), layout);
+  const int precision = static_cast<int>(output.precision());
+  std::string buffer;
+  char number[24];
   for (StreamIterator element = stream.begin(); element.valid(); ++element) {
     ++record;
     const Index index = element.index();
+    Handle& handle = *element;
+    if (fast && handle.data()) {
+      if (index.isComplex()) {
+        buffer += index.asString();
+      } else {
+        buffer.append(number, Detail::formatInteger(number, index.index()));
+      }
+      buffer += '\n';
+      for (unsigned int member = 0; member < members; ++member) {
+        if (member > 0) buffer += ' ';
+        Detail::appendRawValues(buffer, layout[member].type, handle.data() + layout[member].offset,
+                                layout[member].length, precision);
+      }
+      buffer += '\n';
+      if (buffer.size() >= kWriteBuffer) flushTo(output, buffer);
+      fast = output.good();
+      continue;
+    }
+    flushTo(output, buffer);
     if (index.isComplex()) {
       output << index.asString() << '\n';
     } else {
       output << index.index() << '\n';
     }
-    Handle& handle = *element;
     for (unsigned int member = 0; member < members; ++member) {
       if (member > 0) output << ' ';
       if (handle.setPositionByMemberIndex(member)) {
@@ -237,6 +385,7 @@ int StreamSerializerRaw::write(const Stream& stream, std::ostream& output,
     }
     output << '\n';
   }
+  flushTo(output, buffer);
   output << Raw::keyword(Raw::kEndStream) << '\n';
 
   std::string text;
@@ -258,7 +407,14 @@ int StreamSerializerRaw::writeMember(Handle& handle, unsigned int recordNumber,
               Detail::errorSummary(1, " found, Member may not be written correctly") + "\n";
     return 1;
   }
-  Detail::writeRawValues(output, type, values, handle.dataLength());
+  if (plainOutput(output)) {
+    std::string text;
+    Detail::appendRawValues(text, type, values, handle.dataLength(),
+                            static_cast<int>(output.precision()));
+    flushTo(output, text);
+  } else {
+    Detail::writeRawValues(output, type, values, handle.dataLength());
+  }
   return 0;
 }
 

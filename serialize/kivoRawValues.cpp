@@ -8,6 +8,7 @@
 #include <type_traits>
 
 #include "serialize/kivoRawText.h"
+#include "support/kivoFastText.h"
 #include "support/kivoMessages.h"
 #include "support/kivoOwnership.h"
 
@@ -261,6 +262,133 @@ int readStrings(std::istream& input, char* values, unsigned int count, std::stri
   return 0;
 }
 
+// ---- Fast forms ----
+
+template <class T, class Shown>
+void appendIntegers(std::string& out, const char* values, unsigned int count) {
+  char buffer[24];
+  for (unsigned int i = 0; i < count; ++i) {
+    if (i > 0) out += ' ';
+    out.append(buffer, formatInteger(buffer, static_cast<Shown>(load<T>(values + i * sizeof(T)))));
+  }
+}
+
+template <class T>
+void appendFloating(std::string& out, const char* values, unsigned int count, int precision) {
+  char buffer[kNumberBuffer];
+  for (unsigned int i = 0; i < count; ++i) {
+    if (i > 0) out += ' ';
+    const double value = load<T>(values + i * sizeof(T));
+    out.append(buffer, formatGeneral(buffer, value, precision));
+  }
+}
+
+void appendBooleans(std::string& out, const char* values, unsigned int count) {
+  for (unsigned int i = 0; i < count; ++i) {
+    if (i > 0) out += ' ';
+    out += values[i] ? "true" : "false";
+  }
+}
+
+void appendQuoted(std::string& out, const char* text) {
+  out += '"';
+  if (text) {
+    const char* run = text;
+    const char* p = text;
+    for (; *p; ++p) {
+      const char* escape = *p == '"' ? "\\\"" : *p == '\\' ? "\\\\" : *p == '\n' ? "\\n" : nullptr;
+      if (!escape) continue;
+      out.append(run, p);
+      out += escape;
+      run = p + 1;
+    }
+    out.append(run, p);
+  }
+  out += '"';
+}
+
+void appendStrings(std::string& out, const char* values, unsigned int count) {
+  for (unsigned int i = 0; i < count; ++i) {
+    if (i > 0) out += ' ';
+    appendQuoted(out, load<const char*>(values + i * sizeof(const char*)));
+  }
+}
+
+const char* skipSpace(const char* p, const char* end) {
+  while (p < end && isClassicSpace(*p)) ++p;
+  return p;
+}
+
+template <class T, class Read = T>
+const char* readNumbersStrict(const char* p, const char* end, char* values, unsigned int count) {
+  for (unsigned int i = 0; i < count; ++i) {
+    Read value{};
+    p = parseStrict(skipSpace(p, end), end, value);
+    if (!p || !fits<T>(value)) return nullptr;
+    store<T>(values + i * sizeof(T), static_cast<T>(value));
+  }
+  return p;
+}
+
+bool isWord(const char* word, size_t length, const char* const (&words)[5]) {
+  for (const char* candidate : words) {
+    if (std::strlen(candidate) == length && std::memcmp(word, candidate, length) == 0)
+      return true;
+  }
+  return false;
+}
+
+const char* readBooleansStrict(const char* p, const char* end, char* values, unsigned int count) {
+  for (unsigned int i = 0; i < count; ++i) {
+    p = skipSpace(p, end);
+    const char* last = p;
+    while (last < end && !isClassicSpace(*last)) ++last;
+    const size_t length = static_cast<size_t>(last - p);
+    if (isWord(p, length, kTrueWords)) {
+      values[i] = 1;
+    } else if (isWord(p, length, kFalseWords)) {
+      values[i] = 0;
+    } else {
+      return nullptr;
+    }
+    p = last;
+  }
+  return p;
+}
+
+// A string in double quotes that closes before end; the same escapes as
+// readQuoted.
+const char* readStringsStrict(const char* p, const char* end, char* values, unsigned int count) {
+  for (unsigned int i = 0; i < count; ++i) {
+    p = skipSpace(p, end);
+    if (p == end || *p != '"') return nullptr;
+    const char* const first = ++p;
+    size_t length = 0;
+    while (p < end && *p != '"') {
+      if (*p == '\\' && ++p == end) return nullptr;  // the escaped character is on a later line
+      ++p;
+      ++length;
+    }
+    if (p == end) return nullptr;
+    char* text = new char[length + 1];
+    char* out = text;
+    for (const char* q = first; q < p; ++q) {
+      if (*q == '\\') {
+        ++q;
+        *out++ = *q == 'n' ? '\n' : *q;
+      } else {
+        *out++ = *q;
+      }
+    }
+    *out = '\0';
+    ++p;  // the closing quote
+    char* const slot = values + i * sizeof(char*);
+    freeName(load<char*>(slot));
+    store(slot, text);
+  }
+  return p;
+}
+
 }  // namespace
 
 std::string memberNotRecognized(unsigned int record, Member::eDataType type) {
@@ -337,6 +465,78 @@ int readRawValues(std::istream& input, Member::eDataType type, char* values, uns
       return readNumbers<uint64_t>(input, values, length, "UInt64", record, errors);
     default:
       return 0;
+  }
+}
+
+void appendRawValues(std::string& out, Member::eDataType type, const char* values,
+                     unsigned int length, int precision) {
+  switch (type) {
+    case Member::kBoolean:
+      return appendBooleans(out, values, length);
+    case Member::kDouble:
+      return appendFloating<double>(out, values, length, precision);
+    case Member::kDoubleMatrix4x4:
+      return appendFloating<double>(out, values, length * kMatrixEntries, precision);
+    case Member::kFloat:
+      return appendFloating<float>(out, values, length, precision);
+    case Member::kFloatMatrix4x4:
+      return appendFloating<float>(out, values, length * kMatrixEntries, precision);
+    case Member::kInt8:
+      return appendIntegers<int8_t, int>(out, values, length);
+    case Member::kInt16:
+      return appendIntegers<int16_t, int>(out, values, length);
+    case Member::kInt32:
+      return appendIntegers<int32_t, int32_t>(out, values, length);
+    case Member::kInt64:
+      return appendIntegers<int64_t, int64_t>(out, values, length);
+    case Member::kString:
+      return appendStrings(out, values, length);
+    case Member::kUInt8:
+      return appendIntegers<uint8_t, unsigned int>(out, values, length);
+    case Member::kUInt16:
+      return appendIntegers<uint16_t, unsigned int>(out, values, length);
+    case Member::kUInt32:
+      return appendIntegers<uint32_t, uint32_t>(out, values, length);
+    case Member::kUInt64:
+      return appendIntegers<uint64_t, uint64_t>(out, values, length);
+    default:
+      return;
+  }
+}
+
+const char* readRawValuesStrict(const char* p, const char* end, Member::eDataType type,
+                                char* values, unsigned int length) {
+  switch (type) {
+    case Member::kBoolean:
+      return readBooleansStrict(p, end, values, length);
+    case Member::kDouble:
+      return readNumbersStrict<double>(p, end, values, length);
+    case Member::kDoubleMatrix4x4:
+      return readNumbersStrict<double>(p, end, values, length * kMatrixEntries);
+    case Member::kFloat:
+      return readNumbersStrict<float>(p, end, values, length);
+    case Member::kFloatMatrix4x4:
+      return readNumbersStrict<float>(p, end, values, length * kMatrixEntries);
+    case Member::kInt8:
+      return readNumbersStrict<int8_t, int>(p, end, values, length);
+    case Member::kInt16:
+      return readNumbersStrict<int16_t, int>(p, end, values, length);
+    case Member::kInt32:
+      return readNumbersStrict<int32_t>(p, end, values, length);
+    case Member::kInt64:
+      return readNumbersStrict<int64_t>(p, end, values, length);
+    case Member::kString:
+      return readStringsStrict(p, end, values, length);
+    case Member::kUInt8:
+      return readNumbersStrict<uint8_t, unsigned int>(p, end, values, length);
+    case Member::kUInt16:
+      return readNumbersStrict<uint16_t, unsigned int>(p, end, values, length);
+    case Member::kUInt32:
+      return readNumbersStrict<uint32_t>(p, end, values, length);
+    case Member::kUInt64:
+      return readNumbersStrict<uint64_t>(p, end, values, length);
+    default:
+      return nullptr;
   }
 }
 

@@ -31,4 +31,23 @@ void writeRawValues(std::ostream& output, Data::Member::eDataType type, const ch
 int readRawValues(std::istream& input, Data::Member::eDataType type, char* values,
                   unsigned int length, unsigned int record, std::string& errors);
 
+// The fast forms of the two above, for callers that have checked that they
+// give the same text and values as the stream code.
+//
+// Appends what writeRawValues writes to a stream with default flags, width
+// 0, a locale without grouping and the given precision (0 to
+// kMaxFastPrecision).
+void appendRawValues(std::string& out, Data::Member::eDataType type, const char* values,
+                     unsigned int length, int precision);
+
+// Reads length values of type from the text [p, end) when each is in
+// strict form (see kivoFastText.h; booleans one of the accepted words,
+// strings closed on the same text) and fits its type; returns the end of
+// the last value. Null when anything is not: the caller must then read the
+// same text again with readRawValues, which stores the same values before
+// the first one that is not and reports that one exactly. Values read
+// before a null result may already be stored.
+const char* readRawValuesStrict(const char* p, const char* end, Data::Member::eDataType type,
+                                char* values, unsigned int length);
+
 }  // namespace kivo::Detail
