@@ -58,7 +58,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   const std::string written = index.asString();
   Index again;
-  if (!make(type, written, again, code)) fail("the index text '" + written + "' does not read back");
+  if (!make(type, written, again, code)) {
+    fail("the index text '" + written + "' does not read back");
+  }
   if (again != index || again.asString() != written) {
     fail("the index text '" + written + "' reads back as '" + again.asString() + "'");
   }

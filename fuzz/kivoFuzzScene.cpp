@@ -101,7 +101,9 @@ std::string asciiStatements(const FixedMetadata& fixed) {
   file.write(reinterpret_cast<const uint8_t*>(clean.data()), clean.size());
   std::string errors;
   std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension("ta");
-  if (!accessor || !accessor->read(file.name(), errors)) fail("cannot read a clean file: " + errors);
+  if (!accessor || !accessor->read(file.name(), errors)) {
+    fail("cannot read a clean file: " + errors);
+  }
   putMetadata(*accessor, fixed);
   if (!accessor->write(errors)) fail("cannot write a clean file: " + errors);
   const std::string written = file.read();

@@ -1,0 +1,93 @@
+// AsciiSceneHostile.*  "ta" files found by fuzzing: a write that succeeds
+//                      leaves a file that reads back what was written
+#include <kivo/access/kivoDataAccessor.h>
+#include <kivo/data/kivoDataAssociations.h>
+#include <kivo/data/kivoDataChannel.h>
+#include <kivo/data/kivoDataHandle.h>
+#include <kivo/data/kivoDataIndex.h>
+#include <kivo/data/kivoDataStream.h>
+#include <kivo/data/kivoDataStructure.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "access/kivoAccessTestFiles.h"
+#include "support/kivoOwnership.h"
+
+namespace {
+
+using kivo::Data::Accessor;
+using kivo::Data::Associations;
+using kivo::Data::Channel;
+using kivo::Data::Handle;
+using kivo::Data::Index;
+using kivo::Data::Member;
+using kivo::Data::Stream;
+using kivo::Data::Structure;
+using StructureRef = kivo::Detail::Ref<Structure>;
+
+struct Case {
+  const char* what;
+  std::string file;
+};
+
+// Writes a structure and scene associations into file; a write that
+// succeeds must give a file that reads them back, and a refused one must
+// leave the file as it was.
+void expectWrittenMetadataReadsBack(const std::string& file) {
+  kivo::Test::TempFolder folder;
+  const std::string path = folder.path("hostile.ta");
+  kivo::Test::writeBytes(path, file);
+
+  std::string errors;
+  std::unique_ptr<Accessor> accessor = Accessor::readFile(path, errors);
+  ASSERT_TRUE(accessor) << errors;
+  StructureRef structure(new Structure("fz"));
+  ASSERT_TRUE(structure->addMember(Member::kInt32, 1, "id"));
+  Stream stream(*structure, "pos");
+  ASSERT_TRUE(stream.setElement(Index(1), Handle(*structure)));
+  Channel channel("vertex");
+  channel.setDataStream(stream);
+  Associations scene;
+  scene.setChannel(channel);
+  accessor->setStructures({structure.get()});
+  accessor->associations()[""] = scene;
+  if (!accessor->write(errors)) {
+    EXPECT_EQ(kivo::Test::readBytes(path), file);
+    return;
+  }
+
+  errors.clear();
+  std::unique_ptr<Accessor> again = Accessor::readFile(path, errors);
+  ASSERT_TRUE(again) << errors << kivo::Test::readBytes(path);
+  ASSERT_EQ(again->structures().size(), 1u) << kivo::Test::readBytes(path);
+  EXPECT_TRUE(**again->structures().begin() == *structure);
+  ASSERT_EQ(again->associations().count(""), 1u);
+  EXPECT_EQ(again->associations().at("").channelCount(), 1u);
+}
+
+// Files whose writes succeeded, but whose metadata then did not read back:
+// - the last line of the body does not end in ';': read backwards, that
+//   line and the first "dataStructure" statement make one statement of the
+//   body, so the structure is lost and the associations using it no longer
+//   read;
+// - no "// End of" trailer, and a body line after the metadata: the writer
+//   keeps that line as the trailer, and the reader, scanning back from the
+//   end, stops at it before reaching the new statements.
+TEST(AsciiSceneHostile, WrittenMetadataReadsBackOrIsNotWritten) {
+  const std::string header = kivo::Test::kAsciiHeader;
+  const Case cases[] = {
+      {"unended body line", header + "createNode x;\nxx\n" + kivo::Test::kAsciiTrailer},
+      {"body line as trailer",
+       header + "createNode a;\n" + "dataStructure -fmt \"raw\" -as \"name=q:int8=v\"\n" +
+           "createNode b\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    expectWrittenMetadataReadsBack(c.file);
+  }
+}
+
+}  // namespace
