@@ -1,10 +1,10 @@
 // FaultyWrite.*   a rewrite whose k-th file call fails, for every k a clean
-//                 rewrite makes, once or from then on: false with a message,
-//                 the scene body unchanged; how many runs leave the old file,
-//                 the new one or neither is printed
-// FaultyRead.*    a read whose k-th read or seek fails, or whose k-th
-//                 allocation throws std::bad_alloc: no result but the right
-//                 one, the process registry restored, no object left alive
+//                 rewrite makes, once or from then on: false with its exact
+//                 message, the scene body unchanged; how many runs leave the
+//                 old file, the new one or neither is printed
+// FaultyRead.*    a read whose k-th read or seek fails (its exact message),
+//                 or whose k-th allocation throws std::bad_alloc: no result
+//                 but the right one, the registry restored, no object alive
 // ReadMemory.*    what a read of a hostile file allocates
 // ThrowingConstructors.*  a constructor that meets std::bad_alloc leaves the
 //                 instance counters as they were and leaks nothing
@@ -22,6 +22,7 @@
 
 #include <cstdint>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <new>
 #include <sstream>
@@ -64,6 +65,74 @@ std::string contentOf(const Accessor& accessor) {
   }
   return out.str();
 }
+
+// The messages of a failed write or read, one per run, the file's name
+// replaced by FILE. Every one must come up in some run.
+const char* const kAsciiWriteMessages[] = {
+    "Could not read trailer.",
+    "Could not seek to metadata start.",
+    "Could not seek to the first metadata block.",
+    "Could not seek to trailer start.",
+    "Could not truncate the file.",
+    "Could not write scene associations statement to file.",
+    "Failed reading line while searching metadata end.",
+    "Failed reading line while searching metadata start.",
+    "Failed to append the file trailer.",
+    "Failed to read the file trailer.",
+    "Failed to seek to the trailer position.",
+};
+const char* const kBinaryWriteMessages[] = {
+    "Could not seek to trailer start.",
+    "Could not truncate the file.",
+    "Error reading chunk header before metadata.",
+    "Error skipping data structure chunk.",
+    "Error skipping existing metadata chunks.",
+    "Failed to seek to the trailer data start.",
+    "Failed to seek to the trailer size position.",
+    "Failed to the main chunk size position.",
+    "Failed to write the new main chunk size.",
+    "Failed to write the new trailer.",
+    "The chunk sizes of FILE do not describe its trailer as this accessor found it; the file "
+    "is left unchanged.",
+};
+const char* const kAsciiReadMessages[] = {
+    "Could not read block.",
+    "Could not seek previous block.",
+    "Could not seek to end.",
+    "Error reading header.",
+};
+const char* const kBinaryReadMessages[] = {
+    "Could not read apply metadata chunk.",         "Could not read chunk header in trailer.",
+    "Could not read data structure chunk.",         "Could not read file identification.",
+    "Could not seek to start of trailer.",          "Could not skip chunk in trailer.",
+    "Error reading the trailer-size chunk header.", "Error seeking to the end of main chunk.",
+};
+
+// Counts the messages of one table as the runs give them.
+class MessageTable {
+ public:
+  template <size_t N>
+  explicit MessageTable(const char* const (&messages)[N]) {
+    for (const char* message : messages) fSeen[message] = 0;
+  }
+  // Checks that errors, with path replaced by FILE, is one of the table.
+  void take(std::string errors, const std::string& path) {
+    const size_t at = errors.find(path);
+    if (at != std::string::npos) errors.replace(at, path.size(), "FILE");
+    const auto found = fSeen.find(errors);
+    if (found == fSeen.end()) {
+      ADD_FAILURE() << "unexpected message: " << errors;
+      return;
+    }
+    ++found->second;
+  }
+  void expectEverySeen() const {
+    for (const auto& entry : fSeen) EXPECT_GT(entry.second, 0) << "never seen: " << entry.first;
+  }
+
+ private:
+  std::map<std::string, int> fSeen;
+};
 
 // The objects of the data model alive now.
 uint64_t objectsAlive() {
@@ -158,8 +227,8 @@ class FaultTest : public ::testing::Test {
          withMetadata("node.ta", body + kAsciiTrailer, {{"pCube1", labelled("old node")}}),
          body.size(), 0, 0},
         {"ta, scene-level metadata", "ta",
-         withMetadata("scene.ta", body + kAsciiTrailer, {{"", labelled("old scene")}}),
-         body.size(), 0, 0},
+         withMetadata("scene.ta", body + kAsciiTrailer, {{"", labelled("old scene")}}), body.size(),
+         0, 0},
     };
   }
 
@@ -168,8 +237,8 @@ class FaultTest : public ::testing::Test {
     const std::string host = chunk("HOST", "host trailer chunk") + chunk("HOST", "second");
     return {
         {"tb, no host chunks", "tb",
-         withMetadata("plain.tb", binaryScene(""), {{"", labelled("old scene")}}), trailerSize,
-         8, 16},
+         withMetadata("plain.tb", binaryScene(""), {{"", labelled("old scene")}}), trailerSize, 8,
+         16},
         {"tb, host chunks in the trailer", "tb",
          withMetadata("host.tb", binaryScene(host), {{"pCube1", labelled("old node")}}),
          trailerSize, 8, 16},
@@ -205,9 +274,10 @@ class FaultTest : public ::testing::Test {
     return accessor ? contentOf(*accessor) : std::string();
   }
 
-  // Runs the rewrite of scenario once per file call it makes, the k-th call
-  // failing; checks every run and counts how they ended.
-  Tally rewriteWithFaults(const Scenario& scenario, bool sticky) {
+  // Runs the rewrite of scenario once per file call it makes (reads
+  // included), the k-th call failing; checks every run and counts how they
+  // ended.
+  Tally rewriteWithFaults(const Scenario& scenario, bool sticky, MessageTable& messages) {
     const std::string path = fFolder.path(std::string("faulty.") + scenario.extension);
     const auto prepared = [&] {
       writeBytes(path, scenario.original);
@@ -222,7 +292,7 @@ class FaultTest : public ::testing::Test {
     std::string errors;
     uint64_t calls = 0;
     {
-      Faults::ArmedCalls armed(Faults::kWriteCalls, 0, false);
+      Faults::ArmedCalls armed(kCalls, 0, false);
       EXPECT_TRUE(clean->write(errors)) << errors;
       calls = Faults::disarmCalls();
     }
@@ -236,7 +306,7 @@ class FaultTest : public ::testing::Test {
       errors.clear();
       bool ok = false;
       {
-        Faults::ArmedCalls armed(Faults::kWriteCalls, k, sticky);
+        Faults::ArmedCalls armed(kCalls, k, sticky);
         ok = accessor->write(errors);
       }
       EXPECT_TRUE(Faults::callFailed());
@@ -248,7 +318,7 @@ class FaultTest : public ::testing::Test {
         ++tally.recovered;
         continue;
       }
-      EXPECT_NE(errors, "");
+      messages.take(errors, path);
       if (after == scenario.original) {
         ++tally.oldFile;
       } else if (after == written) {
@@ -260,16 +330,18 @@ class FaultTest : public ::testing::Test {
     return tally;
   }
 
+  static constexpr unsigned kCalls = Faults::kWriteCalls | Faults::kRead;
+
   Structure* fPoint = nullptr;
   Structure::StructureSet fBefore;
   kivo::Test::TempFolder fFolder;
 };
 
 void report(const Scenario& scenario, bool sticky, const Tally& tally) {
-  std::cout << "[ faults   ] " << scenario.name << (sticky ? ", failing from call k on" : ", call k failing")
-            << ": " << tally.runs << " runs, old file " << tally.oldFile << ", new file "
-            << tally.newFile << ", neither " << tally.neither << ", recovered "
-            << tally.recovered << std::endl;
+  std::cout << "[ faults   ] " << scenario.name
+            << (sticky ? ", failing from call k on" : ", call k failing") << ": " << tally.runs
+            << " runs, old file " << tally.oldFile << ", new file " << tally.newFile << ", neither "
+            << tally.neither << ", recovered " << tally.recovered << std::endl;
 }
 
 // Constructs a T with make at every allocation k it makes, the k-th
@@ -317,25 +389,33 @@ using FaultyRead = FaultTest;
 using ReadMemory = FaultTest;
 
 TEST_F(FaultyWrite, AsciiRewriteFailsCleanlyAtEveryCall) {
+  MessageTable messages(kAsciiWriteMessages);
   for (const Scenario& scenario : asciiScenarios()) {
     for (const bool sticky : {false, true}) {
       SCOPED_TRACE(std::string(scenario.name) + (sticky ? ", sticky" : ""));
-      report(scenario, sticky, rewriteWithFaults(scenario, sticky));
+      report(scenario, sticky, rewriteWithFaults(scenario, sticky, messages));
     }
   }
+  messages.expectEverySeen();
 }
 
 TEST_F(FaultyWrite, BinaryRewriteFailsCleanlyAtEveryCall) {
+  MessageTable messages(kBinaryWriteMessages);
   for (const Scenario& scenario : binaryScenarios()) {
     for (const bool sticky : {false, true}) {
       SCOPED_TRACE(std::string(scenario.name) + (sticky ? ", sticky" : ""));
-      report(scenario, sticky, rewriteWithFaults(scenario, sticky));
+      report(scenario, sticky, rewriteWithFaults(scenario, sticky, messages));
     }
   }
+  messages.expectEverySeen();
 }
 
 TEST_F(FaultyRead, FailingReadsAndSeeksGiveNoResultButTheRightOne) {
+  MessageTable asciiMessages(kAsciiReadMessages);
+  MessageTable binaryMessages(kBinaryReadMessages);
   for (const Scenario& scenario : readScenarios()) {
+    MessageTable& messages =
+        std::string(scenario.extension) == "ta" ? asciiMessages : binaryMessages;
     for (const bool sticky : {false, true}) {
       SCOPED_TRACE(std::string(scenario.name) + (sticky ? ", sticky" : ""));
       const std::string path = fFolder.path(std::string("read.") + scenario.extension);
@@ -367,7 +447,7 @@ TEST_F(FaultyRead, FailingReadsAndSeeksGiveNoResultButTheRightOne) {
           EXPECT_EQ(contentOf(*accessor), expected);
         } else {
           ++refused;
-          EXPECT_NE(errors, "");
+          messages.take(errors, path);
           EXPECT_EQ(contentOf(*accessor), "");
         }
         accessor.reset();
@@ -376,10 +456,11 @@ TEST_F(FaultyRead, FailingReadsAndSeeksGiveNoResultButTheRightOne) {
       EXPECT_EQ(readBytes(path), scenario.original);
       std::cout << "[ faults   ] read of " << scenario.name
                 << (sticky ? ", failing from call k on: " : ", call k failing: ") << calls
-                << " runs, refused " << refused << ", recovered " << calls - refused
-                << std::endl;
+                << " runs, refused " << refused << ", recovered " << calls - refused << std::endl;
     }
   }
+  asciiMessages.expectEverySeen();
+  binaryMessages.expectEverySeen();
 }
 
 TEST_F(FaultyRead, AllocationFailuresGiveNoResultButTheRightOne) {
@@ -423,9 +504,9 @@ TEST_F(FaultyRead, AllocationFailuresGiveNoResultButTheRightOne) {
       accessor.reset();
       EXPECT_EQ(objectsAlive(), alive);
     }
-    std::cout << "[ faults   ] read of " << scenario.name << ", allocation k throwing: "
-              << allocations << " runs, refused " << refused << " (" << thrown
-              << " by the exception), recovered " << allocations - refused << std::endl;
+    std::cout << "[ faults   ] read of " << scenario.name
+              << ", allocation k throwing: " << allocations << " runs, refused " << refused << " ("
+              << thrown << " by the exception), recovered " << allocations - refused << std::endl;
   }
 }
 
@@ -464,8 +545,8 @@ TEST_F(ReadMemory, SizeFieldsDoNotDriveAllocations) {
     }
     EXPECT_FALSE(ok);
     EXPECT_NE(errors, "");
-    EXPECT_LE(bytes, 2 * c.content.size() + (1u << 20)) << "largest allocation "
-                                                        << Faults::largestAllocation();
+    EXPECT_LE(bytes, 2 * c.content.size() + (1u << 20))
+        << "largest allocation " << Faults::largestAllocation();
   }
 }
 
