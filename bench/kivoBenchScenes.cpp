@@ -29,7 +29,7 @@ namespace {
 constexpr uint64_t kMiB = uint64_t(1) << 20;
 constexpr uint64_t kGiB = uint64_t(1) << 30;
 // Elements of the metadata stream: about 64 KiB of raw text.
-constexpr size_t kMetadataElements = 1450;
+constexpr size_t kMetadataElements = 1200;
 
 struct Scene {
   const char* label;

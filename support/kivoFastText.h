@@ -28,46 +28,26 @@ constexpr bool isClassicSpace(char c) {
 
 constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-// The end of the strict number text at p: "-"? digits for signed integers,
-// digits for unsigned ones (no sign: a stream wraps a negated unsigned
-// value), and for floating point "-"? digits ("." digits*)? followed by an
-// optional exponent [eE] [+-]? digits. Null when p does not start with one.
-template <class T>
-const char* strictNumberEnd(const char* p, const char* end) {
-  if constexpr (std::is_signed_v<T>) {
-    if (p < end && *p == '-') ++p;
-  }
-  const char* digits = p;
-  while (p < end && isDigit(*p)) ++p;
-  if (p == digits) return nullptr;
-  if constexpr (std::is_floating_point_v<T>) {
-    if (p < end && *p == '.') {
-      ++p;
-      while (p < end && isDigit(*p)) ++p;
-    }
-    if (p < end && (*p == 'e' || *p == 'E')) {
-      ++p;
-      if (p < end && (*p == '+' || *p == '-')) ++p;
-      const char* exponent = p;
-      while (p < end && isDigit(*p)) ++p;
-      if (p == exponent) return nullptr;  // a bare exponent fails a stream
-    }
-  }
-  return p;
-}
-
-// Reads a strict number that starts at p and ends at the end of the text
-// or at whitespace. Returns the end of the number, or null when the text is
-// not in strict form or the value does not fit T (no value stored then).
+// Reads a number in strict form that starts at p and ends at the end of
+// the text or at whitespace: a digit first (after a "-" for signed and
+// floating types), then what from_chars reads. That leaves out signs "+",
+// words (inf, nan), a leading ".", hexadecimal and, through the whitespace
+// test, bare exponents and trailing text, where a stream differs. Returns
+// the end of the number, or null, storing nothing, when the text is not in
+// strict form or the value does not fit T.
 template <class T>
 const char* parseStrict(const char* p, const char* end, T& value) {
-  const char* last = strictNumberEnd<T>(p, end);
-  if (!last || (last < end && !isClassicSpace(*last))) return nullptr;
+  const char* first = p;
+  if constexpr (std::is_signed_v<T>) {
+    if (first < end && *first == '-') ++first;
+  }
+  if (first == end || !isDigit(*first)) return nullptr;
   T parsed{};
-  const std::from_chars_result result = std::from_chars(p, last, parsed);
-  if (result.ec != std::errc() || result.ptr != last) return nullptr;
+  const std::from_chars_result result = std::from_chars(p, end, parsed);
+  if (result.ec != std::errc() || (result.ptr < end && !isClassicSpace(*result.ptr)))
+    return nullptr;
   value = parsed;
-  return last;
+  return result.ptr;
 }
 
 // The precisions formatGeneral serves; callers use the stream beyond them.
