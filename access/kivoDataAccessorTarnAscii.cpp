@@ -460,7 +460,12 @@ bool TarnAsciiFileAccessor::performRead(const std::set<std::string>* structureNa
     Detail::appendMessage(errors, kEmptyFileName);
     return false;
   }
-  std::ifstream in(name, std::ios::binary);
+  // Unbuffered: the backward scan seeks block by block, and a buffered
+  // stream would refill its whole buffer after every seek, reading far more
+  // of the file than the blocks the scan asks for.
+  std::ifstream in;
+  in.rdbuf()->pubsetbuf(nullptr, 0);
+  in.open(name, std::ios::binary);
   if (!in.is_open()) {
     Detail::appendMessage(errors, kCouldNotOpen + name);
     return false;

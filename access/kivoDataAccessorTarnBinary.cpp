@@ -434,7 +434,11 @@ bool TarnBinaryFileAccessor::performRead(const std::set<std::string>* structureN
     Detail::appendMessage(errors, kEmptyFileName);
     return false;
   }
-  std::ifstream in(name, std::ios::binary);
+  // Unbuffered, and the trailer content taken in one read: a buffered
+  // stream would read a whole buffer at the header and at each seek.
+  std::ifstream in;
+  in.rdbuf()->pubsetbuf(nullptr, 0);
+  in.open(name, std::ios::binary);
   const Detail::FileStamp stamp = Detail::fileStamp(name);
   uint64_t mainPosition = 0, trailerPosition = 0, chunkPosition = 0;
   if (!Detail::BinaryReader::seekToTrailerStart(in, mainPosition, trailerPosition, chunkPosition,
@@ -443,7 +447,17 @@ bool TarnBinaryFileAccessor::performRead(const std::set<std::string>* structureN
   fMainChunkSizePosition = mainPosition;
   fTrailerSizePosition = trailerPosition;
   fTrailerSizeChunkPosition = chunkPosition;
-  if (!readTrailer(in, structureNames, associationsNames, errors)) return false;
+  // The trailer search checked that the file holds every byte up to the
+  // trailer-size chunk, so the content is read whole.
+  const uint64_t start = fTrailerSizePosition + kContentAfterSizeField;
+  std::string content;
+  if (start > fTrailerSizeChunkPosition ||
+      !readBytes(in, fTrailerSizeChunkPosition - start, content)) {
+    Detail::appendMessage(errors, kChunkHeaderUnread);
+    return false;
+  }
+  std::istringstream trailer(std::move(content));
+  if (!readTrailer(trailer, structureNames, associationsNames, errors)) return false;
   fStamp = stamp;
   return true;
 }

@@ -1,5 +1,7 @@
 #include <kivo/data/kivoDataStreamImplMapped.h>
 
+#include <iterator>
+
 #include <kivo/data/kivoDataIndexType.h>
 #include <kivo/data/kivoDataStream.h>
 #include <kivo/data/kivoDataStreamMappedIteratorImpl.h>
@@ -107,7 +109,12 @@ unsigned int StreamImplMapped::elementCount() const {
 
 bool StreamImplMapped::setElement(const Index& index, const Handle& handle) {
   if (!handle.usesStructure(structure())) return false;
-  ElementMap::iterator found = fElements.lower_bound(index);
+  // Elements stored in index order (readers, copies) append: one comparison
+  // with the last key instead of a search.
+  ElementMap::iterator found = fElements.end();
+  if (!fElements.empty() && !(std::prev(found)->first < index)) {
+    found = fElements.lower_bound(index);
+  }
   const bool present = found != fElements.end() && !(index < found->first);
   // Storing an element onto itself: releasing the stored block first would
   // leave the handle pointing at freed memory.
