@@ -50,6 +50,9 @@ std::string SerializerRaw::standardizeSeparators(std::string& text) {
 std::vector<std::string>& SerializerRaw::splitString(const std::string& text, char separator,
                                                      std::vector<std::string>& fields) {
   std::istringstream input(text);
+  // An allocation that fails inside getline must not end the loop as the end
+  // of the text would, silently dropping the fields after it.
+  input.exceptions(std::ios::badbit);
   std::string field;
   while (std::getline(input, field, separator)) fields.push_back(field);
   return fields;
