@@ -75,7 +75,9 @@ void expectWrittenMetadataReadsBack(const std::string& file) {
 //   read;
 // - no "// End of" trailer, and a body line after the metadata: the writer
 //   keeps that line as the trailer, and the reader, scanning back from the
-//   end, stops at it before reaching the new statements.
+//   end, stops at it before reaching the new statements;
+// - a body statement after the "// End of" line: the new statements go
+//   before the trailer, and the reader stops at that statement first.
 TEST(AsciiSceneHostile, WrittenMetadataReadsBackOrIsNotWritten) {
   const std::string header = kivo::Test::kAsciiHeader;
   const Case cases[] = {
@@ -83,6 +85,8 @@ TEST(AsciiSceneHostile, WrittenMetadataReadsBackOrIsNotWritten) {
       {"body line as trailer",
        header + "createNode a;\n" + "dataStructure -fmt \"raw\" -as \"name=q:int8=v\"\n" +
            "createNode b\n"},
+      {"statement after the trailer",
+       header + "createNode a;\n" + kivo::Test::kAsciiTrailer + "createNode b;\n"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
