@@ -6,6 +6,7 @@
 // in place, re-appends the trailer and truncates the file.
 #include <kivo/access/kivoDataAccessor.h>
 
+#include <algorithm>
 #include <fstream>
 #include <limits>
 #include <sstream>
@@ -50,6 +51,11 @@ constexpr char kTokenizingStructure[] = "Error tokenizing format/value for struc
 constexpr char kCouldNotSeekTrailerStart[] = "Could not seek to trailer start.";
 constexpr char kCouldNotReadTrailer[] = "Could not read trailer.";
 constexpr char kNoTrailerPrefix[] = "Could not find trailer prefix.";
+constexpr char kUnendedBody[] =
+    "The line before the metadata section does not end a statement with ';'; the file is left "
+    "unchanged.";
+constexpr char kBodyAfterSection[] =
+    "A statement of the scene body follows the metadata section; the file is left unchanged.";
 constexpr char kCouldNotSeekFirstBlock[] = "Could not seek to the first metadata block.";
 constexpr char kNoMetadataStart[] = "Failed reading line while searching metadata start.";
 constexpr char kCouldNotSeekLastBlock[] = "Could not seek to the last metadata block.";
@@ -159,12 +165,70 @@ bool writableNodeName(const std::string& name) {
   return true;
 }
 
+// True when a line of text begins, after blanks and tabs, with the trailer
+// prefix.
+bool holdsTrailerLine(const std::string& text) {
+  for (size_t lineStart = 0; lineStart < text.size();) {
+    const size_t at = text.find_first_not_of(" \t", lineStart);
+    if (at != std::string::npos && startsWith(text, Words::getTrailerPrefix(), at)) return true;
+    const size_t end = text.find('\n', lineStart);
+    if (end == std::string::npos) break;
+    lineStart = end + 1;
+  }
+  return false;
+}
+
 bool isTerminalStatement(const std::string& statement) {
   return startsWith(statement, Words::getConnectAttrCommandName()) ||
          startsWith(statement, Words::getCreateNodeCommandName()) ||
          startsWith(statement, Words::getSetAttrCommandName()) ||
          startsWith(statement, Words::getRelationshipCommandName()) ||
          startsWith(statement, Words::getSelectCommandName());
+}
+
+// How the text before the metadata section ends, as the backward scan reads
+// it: the last line before position that is not blank and not a comment
+// must end with ';' (blanks, tabs and carriage returns aside), or there is
+// none but the header. Statements written at position are read back only
+// then; otherwise the scan joins that line to the first of them. A line
+// longer than the 64 KiB looked at counts as unended.
+enum class BodyEnd { kEnded, kUnended, kSeekFailed, kReadFailed };
+
+BodyEnd bodyEndBefore(std::istream& file, int64_t position) {
+  const int64_t window = std::min<int64_t>(position, 64 * 1024);
+  if (window == 0) return BodyEnd::kEnded;
+  std::string text(static_cast<size_t>(window), '\0');
+  file.clear();
+  if (!file.seekg(position - window)) return BodyEnd::kSeekFailed;
+  if (!file.read(&text[0], window)) return BodyEnd::kReadFailed;
+  size_t lineEnd = text.size();
+  if (text[lineEnd - 1] == '\n') --lineEnd;
+  for (;;) {
+    const size_t newline = lineEnd == 0 ? std::string::npos : text.rfind('\n', lineEnd - 1);
+    if (newline == std::string::npos) {
+      return window == position ? BodyEnd::kEnded : BodyEnd::kUnended;  // the header line
+    }
+    std::string line = text.substr(newline + 1, lineEnd - newline - 1);
+    lineEnd = newline;
+    const size_t last = line.find_last_not_of(" \t\r");
+    if (last == std::string::npos) continue;
+    const size_t at = line.find_first_not_of(" \t");
+    if (startsWith(line, "//", at)) continue;
+    return line[last] == ';' ? BodyEnd::kEnded : BodyEnd::kUnended;
+  }
+}
+
+// True when the text kept after the metadata section holds a line that
+// starts, at its first column, with a command of the scene body: the
+// backward scan would stop there, before the new statements.
+bool holdsBodyStatement(const std::string& text) {
+  for (size_t lineStart = 0; lineStart < text.size();) {
+    size_t end = text.find('\n', lineStart);
+    if (end == std::string::npos) end = text.size();
+    if (isTerminalStatement(text.substr(lineStart, end - lineStart))) return true;
+    lineStart = end + 1;
+  }
+  return false;
 }
 
 // Forward reading of the metadata section, for the writer.
@@ -524,6 +588,31 @@ bool TarnAsciiFileAccessor::write(std::string& errors) const {
     Detail::appendMessage(errors, kCouldNotReadFileTrailer);
     return false;
   }
+  // What follows the section must hold the file's trailer line: a section
+  // ended by a line of the scene body would leave the new statements behind
+  // a statement the backward scan stops at, and they would not read back.
+  if (!holdsTrailerLine(trailer)) {
+    Detail::appendMessage(errors, kNoTrailerPrefix);
+    return false;
+  }
+  if (holdsBodyStatement(trailer)) {
+    Detail::appendMessage(errors, kBodyAfterSection);
+    return false;
+  }
+  switch (bodyEndBefore(file, metadataStart)) {
+    case BodyEnd::kEnded:
+      break;
+    case BodyEnd::kUnended:
+      Detail::appendMessage(errors, kUnendedBody);
+      return false;
+    case BodyEnd::kSeekFailed:
+      Detail::appendMessage(errors, kCouldNotSeekMetadataStart);
+      return false;
+    case BodyEnd::kReadFailed:
+      Detail::appendMessage(errors, kCouldNotReadFileTrailer);
+      return false;
+  }
+  file.clear();
   if (!file.seekp(metadataStart)) {
     Detail::appendMessage(errors, kCouldNotSeekMetadataStart);
     return false;

@@ -57,6 +57,13 @@ std::string emptyMemberName(const std::string& type) {
   return "Member '" + type + "' needs a name";
 }
 std::string tooLarge(const std::string& type) { return "Member '" + type + "' is too large"; }
+// A NUL would cut a name short where it is stored as a C string.
+std::string holdsNul(std::string field) {
+  for (size_t at = field.find('\0'); at != std::string::npos; at = field.find('\0', at + 2)) {
+    field.replace(at, 1, "\\0");
+  }
+  return "Field '" + field + "' holds a NUL character";
+}
 
 // The member type text of one field, split into type name and length.
 struct TypeText {
@@ -108,7 +115,10 @@ class FieldReader {
     }
     const std::string key = Raw::collapseWhitespace(parts[0]);
     const std::string value = Raw::collapseWhitespace(parts[1]);
+    if (field.find('\0') != std::string::npos) return fail(holdsNul(field));
     if (key == Raw::keyword(Raw::kStructureName)) {
+      // An empty name could not be written so that it reads back.
+      if (value.empty()) return fail(missingName());
       fStructure->setName(value.c_str());
       fNamed = true;
       return;

@@ -31,12 +31,13 @@ using StructureRef = kivo::Detail::Ref<Structure>;
 struct Case {
   const char* what;
   std::string file;
+  const char* refusal;  // the message of the refused write
 };
 
 // Writes a structure and scene associations into file; a write that
 // succeeds must give a file that reads them back, and a refused one must
 // leave the file as it was.
-void expectWrittenMetadataReadsBack(const std::string& file) {
+void expectWrittenMetadataReadsBack(const std::string& file, const char* refusal) {
   kivo::Test::TempFolder folder;
   const std::string path = folder.path("hostile.ta");
   kivo::Test::writeBytes(path, file);
@@ -55,6 +56,7 @@ void expectWrittenMetadataReadsBack(const std::string& file) {
   accessor->setStructures({structure.get()});
   accessor->associations()[""] = scene;
   if (!accessor->write(errors)) {
+    EXPECT_EQ(errors, refusal);
     EXPECT_EQ(kivo::Test::readBytes(path), file);
     return;
   }
@@ -81,16 +83,21 @@ void expectWrittenMetadataReadsBack(const std::string& file) {
 TEST(AsciiSceneHostile, WrittenMetadataReadsBackOrIsNotWritten) {
   const std::string header = kivo::Test::kAsciiHeader;
   const Case cases[] = {
-      {"unended body line", header + "createNode x;\nxx\n" + kivo::Test::kAsciiTrailer},
+      {"unended body line", header + "createNode x;\nxx\n" + kivo::Test::kAsciiTrailer,
+       "The line before the metadata section does not end a statement with ';'; the file is "
+       "left unchanged."},
       {"body line as trailer",
        header + "createNode a;\n" + "dataStructure -fmt \"raw\" -as \"name=q:int8=v\"\n" +
-           "createNode b\n"},
+           "createNode b\n",
+       "Could not find trailer prefix."},
       {"statement after the trailer",
-       header + "createNode a;\n" + kivo::Test::kAsciiTrailer + "createNode b;\n"},
+       header + "createNode a;\n" + kivo::Test::kAsciiTrailer + "createNode b;\n",
+       "A statement of the scene body follows the metadata section; the file is left "
+       "unchanged."},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
-    expectWrittenMetadataReadsBack(c.file);
+    expectWrittenMetadataReadsBack(c.file, c.refusal);
   }
 }
 

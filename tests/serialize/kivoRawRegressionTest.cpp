@@ -56,12 +56,26 @@ TEST(StructureRawHostile, NulInsideANameIsRefused) {
       std::string("name=S:int32=b\f\0c", 17),
       std::string("name=S\0T:int32=a", 16),
   };
-  for (const std::string& text : texts) {
-    SCOPED_TRACE(text);
+  const char* const messages[] = {
+      "Field 'int32=a\\0b' holds a NUL character",
+      "Field 'int32=b\f\\0c' holds a NUL character",
+      "Field 'name=S\\0T' holds a NUL character\n"
+      "Name is missing; member type 'name' is used to set it",
+  };
+  for (size_t i = 0; i < 3; ++i) {
+    SCOPED_TRACE(texts[i]);
     std::string errors;
-    EXPECT_FALSE(readText(text, errors));
-    EXPECT_FALSE(errors.empty());
+    EXPECT_FALSE(readText(texts[i], errors));
+    EXPECT_EQ(errors, messages[i]);
   }
+  std::string errors;
+  EXPECT_FALSE(readText("int32=a:name=", errors));
+  EXPECT_EQ(errors,
+            "Member type and name must be separated by '='\n"
+            "Name is missing; member type 'name' is used to set it");
+  EXPECT_FALSE(readText("int32=a:name= =", errors));
+  EXPECT_EQ(errors, "Name is missing; member type 'name' is used to set it\n"
+                    "Name is missing; member type 'name' is used to set it");
 }
 
 }  // namespace
