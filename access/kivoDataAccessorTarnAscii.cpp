@@ -54,6 +54,8 @@ constexpr char kNoTrailerPrefix[] = "Could not find trailer prefix.";
 constexpr char kUnendedBody[] =
     "The line before the metadata section does not end a statement with ';'; the file is left "
     "unchanged.";
+constexpr char kForeignLineInSection[] =
+    "The metadata section holds a line that is not metadata; the file is left unchanged.";
 constexpr char kBodyAfterSection[] =
     "A statement of the scene body follows the metadata section; the file is left unchanged.";
 constexpr char kCouldNotSeekFirstBlock[] = "Could not seek to the first metadata block.";
@@ -216,6 +218,35 @@ BodyEnd bodyEndBefore(std::istream& file, int64_t position) {
     if (startsWith(line, "//", at)) continue;
     return line[last] == ';' ? BodyEnd::kEnded : BodyEnd::kUnended;
   }
+}
+
+// What the old metadata section, the text the new statements replace, holds:
+// only metadata statements (a metadata line at the first column, and the
+// lines that continue it, which start with a blank or a tab, until one ends
+// with ';') and blank lines; anything else would be lost with it.
+enum class SectionText { kMetadataOnly, kForeignLine, kSeekFailed, kReadFailed };
+
+SectionText sectionText(std::istream& file, int64_t start, int64_t end) {
+  if (end <= start) return SectionText::kMetadataOnly;
+  std::string text(static_cast<size_t>(end - start), '\0');
+  file.clear();
+  if (!file.seekg(start)) return SectionText::kSeekFailed;
+  if (!file.read(&text[0], end - start)) return SectionText::kReadFailed;
+  bool open = false;  // inside a metadata statement not yet ended by ';'
+  for (size_t lineStart = 0; lineStart < text.size();) {
+    size_t lineEnd = text.find('\n', lineStart);
+    if (lineEnd == std::string::npos) lineEnd = text.size();
+    const std::string line = text.substr(lineStart, lineEnd - lineStart);
+    lineStart = lineEnd + 1;
+    const size_t last = line.find_last_not_of(" \t\r");
+    if (last == std::string::npos) continue;
+    const bool metadata = startsWith(line, Words::getDataStructureCommandName()) ||
+                          startsWith(line, Words::getApplyMetadataCommandName());
+    const bool continuation = open && (line[0] == ' ' || line[0] == '\t');
+    if (!metadata && !continuation) return SectionText::kForeignLine;
+    open = line[last] != ';';
+  }
+  return SectionText::kMetadataOnly;
 }
 
 // True when the text kept after the metadata section holds a line that
@@ -598,6 +629,19 @@ bool TarnAsciiFileAccessor::write(std::string& errors) const {
   if (holdsBodyStatement(trailer)) {
     Detail::appendMessage(errors, kBodyAfterSection);
     return false;
+  }
+  switch (sectionText(file, metadataStart, trailerPosition)) {
+    case SectionText::kMetadataOnly:
+      break;
+    case SectionText::kForeignLine:
+      Detail::appendMessage(errors, kForeignLineInSection);
+      return false;
+    case SectionText::kSeekFailed:
+      Detail::appendMessage(errors, kCouldNotSeekMetadataStart);
+      return false;
+    case SectionText::kReadFailed:
+      Detail::appendMessage(errors, kCouldNotReadFileTrailer);
+      return false;
   }
   switch (bodyEndBefore(file, metadataStart)) {
     case BodyEnd::kEnded:

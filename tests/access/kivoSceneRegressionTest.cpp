@@ -68,6 +68,7 @@ void expectWrittenMetadataReadsBack(const std::string& file, const char* refusal
   EXPECT_TRUE(**again->structures().begin() == *structure);
   ASSERT_EQ(again->associations().count(""), 1u);
   EXPECT_EQ(again->associations().at("").channelCount(), 1u);
+  EXPECT_STREQ(refusal, "") << "written, not refused";
 }
 
 // Files whose writes succeeded, but whose metadata then did not read back:
@@ -82,7 +83,18 @@ void expectWrittenMetadataReadsBack(const std::string& file, const char* refusal
 //   before the trailer, and the reader stops at that statement first.
 TEST(AsciiSceneHostile, WrittenMetadataReadsBackOrIsNotWritten) {
   const std::string header = kivo::Test::kAsciiHeader;
+  // Metadata over several blocks with a line of the body inside it: the
+  // section runs from the first statement to the end found after the last
+  // block, so that line would go with the old statements.
+  std::string spread = header + "createNode a;\n" +
+                       "dataStructure -fmt \"raw\" -as \"name=s0:int8=v\";\npolyCube -w 1;\n";
+  for (int i = 1; i < 60; ++i) {
+    spread += "dataStructure -fmt \"raw\" -as \"name=s" + std::to_string(i) + ":int8=v\";\n";
+  }
+  spread += kivo::Test::kAsciiTrailer;
   const Case cases[] = {
+      {"body line inside the section", spread,
+       "The metadata section holds a line that is not metadata; the file is left unchanged."},
       {"unended body line", header + "createNode x;\nxx\n" + kivo::Test::kAsciiTrailer,
        "The line before the metadata section does not end a statement with ';'; the file is "
        "left unchanged."},
