@@ -98,8 +98,9 @@ bool plainOutput(std::ostream& output) {
   const std::locale locale = output.getloc();
   if (locale == std::locale::classic()) return true;
   const std::numpunct<char>& punctuation = std::use_facet<std::numpunct<char>>(locale);
+  const std::num_put<char>& formatter = std::use_facet<std::num_put<char>>(locale);
   return punctuation.grouping().empty() && punctuation.decimal_point() == '.' &&
-         typeid(std::use_facet<std::num_put<char>>(locale)) == typeid(std::num_put<char>);
+         typeid(formatter) == typeid(std::num_put<char>);
 }
 
 // Input that the fast reader may read ahead of and return to: decimal
