@@ -52,11 +52,11 @@ class KIVO_EXPORT Index {
   ~Index();
 
   // The number of a numeric index, 0 for a complex one.
-  explicit operator unsigned int() const { return index(); }
+  operator unsigned int() const { return index(); }
   unsigned int index() const;
   // The object of a complex index (still owned by the index), null for a
   // numeric one.
-  explicit operator IndexType*() const;
+  operator IndexType*() const;
   bool isComplex() const { return fComplex; }
 
   // Numeric: the number in decimal; complex: the object's text.
