@@ -205,9 +205,10 @@ void Accessor::clear() {
 }
 
 AccessorFactoryBase::AccessorFactoryBase(const std::string& extension) {
+  factories().emplace(lowerCased(extension), this);
+  // Counted once nothing can throw: a failed construction runs no destructor.
   ++_objectsCreated;
   ++_objectsAlive;
-  factories().emplace(lowerCased(extension), this);
 }
 
 AccessorFactoryBase::~AccessorFactoryBase() {

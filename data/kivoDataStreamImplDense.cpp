@@ -99,9 +99,18 @@ StreamImplDense::StreamImplDense() {
 }
 
 StreamImplDense::StreamImplDense(const StreamImplDense& other) : StreamImpl(other) {
+  try {
+    *this = other;
+  } catch (...) {
+    // A failed construction runs no destructor. The block is freed without
+    // destroying its slots: a slot whose copy was cut short may still hold
+    // the source's string pointers, which are not this block's to free.
+    std::free(fBlock);
+    fBlock = nullptr;
+    throw;
+  }
   ++_objectsCreated;
   ++_objectsAlive;
-  *this = other;
 }
 
 StreamImplDense& StreamImplDense::operator=(const StreamImplDense& other) {

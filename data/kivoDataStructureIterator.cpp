@@ -22,9 +22,10 @@ uint64_t StructureIterator::_objectsCreated = 0;
 uint64_t StructureIterator::_objectsAlive = 0;
 
 StructureIterator::StructureIterator() {
+  attach(Structure::create());
+  // Counted once nothing can throw: a failed construction runs no destructor.
   ++_objectsCreated;
   ++_objectsAlive;
-  attach(Structure::create());
 }
 
 StructureIterator::StructureIterator(const Structure& structure, IterLocation location) {
