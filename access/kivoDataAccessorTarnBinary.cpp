@@ -727,8 +727,10 @@ bool TarnBinaryFileAccessor::writeTrailer(std::fstream& file, const std::string&
     Detail::appendMessage(errors, kNoSeekTrailerSize);
     return false;
   }
+  // Each step is flushed before the next, so that a failing write is
+  // reported by the step that made it rather than by the next seek.
   Detail::BinaryWriter::writeChunkSize(file, length + kTrailerSizeExtra);
-  if (!file) {
+  if (!file.flush()) {
     Detail::appendMessage(errors, kTrailerSizeUnwritten);
     return false;
   }
@@ -736,13 +738,15 @@ bool TarnBinaryFileAccessor::writeTrailer(std::fstream& file, const std::string&
     Detail::appendMessage(errors, kNoSeekTrailerData);
     return false;
   }
-  if (!file.write(content.data(), static_cast<std::streamsize>(content.size()))) {
+  if (!file.write(content.data(), static_cast<std::streamsize>(content.size())) ||
+      !file.flush()) {
     Detail::appendMessage(errors, kTrailerUnwritten);
     return false;
   }
   if (!Detail::BinaryWriter::writeChunk(file, Tags::getBackwardChunkSizeChunkName(),
                                         bigEndianBytes(length + kBackwardOffsetExtra,
-                                                       kBackwardOffsetSize))) {
+                                                       kBackwardOffsetSize)) ||
+      !file.flush()) {
     Detail::appendMessage(errors, kBackwardSizeUnwritten);
     return false;
   }

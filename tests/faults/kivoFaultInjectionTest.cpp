@@ -95,8 +95,10 @@ const char* const kBinaryWriteMessages[] = {
     "Failed to seek to the trailer data start.",
     "Failed to seek to the trailer size position.",
     "Failed to the main chunk size position.",
+    "Failed to write the backward chunk size.",
     "Failed to write the new main chunk size.",
     "Failed to write the new trailer.",
+    "Failed to write the new trailer size.",
     "The chunk sizes of FILE do not describe its trailer as this accessor found it; the file "
     "is left unchanged.",
 };
