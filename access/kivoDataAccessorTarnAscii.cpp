@@ -310,6 +310,40 @@ struct FoundAssociations {
   std::string text;
 };
 
+// The bytes of a line met from its end. They are kept in chunks of fixed
+// size, so that a long line holds little more than its length while it
+// grows (a doubling string may hold twice as much), and are turned around
+// into one string of the exact length when the line is whole.
+class ReversedLine {
+ public:
+  void push(char c) {
+    if (fChunks.empty() || fChunks.back().size() == kChunkSize) {
+      fChunks.emplace_back();
+      fChunks.back().reserve(kChunkSize);
+    }
+    fChunks.back().push_back(c);
+  }
+
+  // The line in reading order; the buffer is empty again, its first chunk
+  // kept for the next line.
+  std::string take() {
+    size_t length = 0;
+    for (const std::string& chunk : fChunks) length += chunk.size();
+    std::string line;
+    line.reserve(length);
+    for (auto chunk = fChunks.rbegin(); chunk != fChunks.rend(); ++chunk) {
+      line.append(chunk->rbegin(), chunk->rend());
+    }
+    if (fChunks.size() > 1) fChunks.resize(1);
+    if (!fChunks.empty()) fChunks.front().clear();
+    return line;
+  }
+
+ private:
+  static constexpr size_t kChunkSize = 64 * 1024;
+  std::vector<std::string> fChunks;
+};
+
 // Walks a file from its end towards its start, block by block, assembling
 // lines and statements backwards: a line that ends with ';' ends the
 // statement before it. Blank lines and comment lines belong to no
@@ -343,7 +377,7 @@ class MetadataScan {
         endLine(start + static_cast<int64_t>(i) + 1);
         if (fStopped) return false;
       } else {
-        fReversedLine.push_back(block[i]);
+        fReversedLine.push(block[i]);
       }
     }
     if (start == 0) {
@@ -364,8 +398,7 @@ class MetadataScan {
 
  private:
   void endLine(int64_t start) {
-    std::string line(fReversedLine.rbegin(), fReversedLine.rend());
-    fReversedLine.clear();
+    std::string line = fReversedLine.take();
     if (start == 0) return;  // the header
     const size_t end = line.find_last_not_of(" \t\r");
     line.erase(end == std::string::npos ? 0 : end + 1);
@@ -378,21 +411,29 @@ class MetadataScan {
     fStatementStart = start;
   }
 
+  // A statement of one line is taken as it is; the lines of a longer one
+  // are joined into one string of the exact length.
   void endStatement() {
     if (fLines.empty() || fStopped) return;
-    size_t length = 0;
-    for (const std::string& line : fLines) length += line.size() + 1;
     std::string statement;
-    statement.reserve(length);
-    for (auto line = fLines.rbegin(); line != fLines.rend(); ++line) {
-      if (!statement.empty()) statement += '\n';
-      statement += *line;
+    if (fLines.size() == 1) {
+      statement = std::move(fLines.front());
+    } else {
+      size_t length = 0;
+      for (const std::string& line : fLines) length += line.size() + 1;
+      statement.reserve(length);
+      for (auto line = fLines.rbegin(); line != fLines.rend(); ++line) {
+        if (!statement.empty()) statement += '\n';
+        statement += *line;
+      }
     }
     fLines.clear();
     handle(statement);
   }
 
-  void handle(const std::string& statement) {
+  // The handlers free the statement once its payload is cut out of it, so
+  // that a long statement is held at most twice at any time.
+  void handle(std::string& statement) {
     if (isTerminalStatement(statement)) {
       fStopped = true;
       return;
@@ -415,25 +456,33 @@ class MetadataScan {
       fStopped = true;
   }
 
-  void handleAssociations(const std::string& statement) {
+  void handleAssociations(std::string& statement) {
+    // The name is the text after the last blank, less a final ';'. It is
+    // copied out only once the payload is, so that a statement of one long
+    // word is not held three times.
     const size_t cut = statement.find_last_of(" \t\n");
-    std::string name = cut == std::string::npos ? std::string() : statement.substr(cut + 1);
-    if (!name.empty() && name.back() == ';') name.pop_back();
-    if (name.empty()) return fail(kNoAssociationsName);
-    if (name == Words::getApplyMetadataCommandSceneFlag())
-      name = AccessorTarn::getSceneAssociationsName();
-    FoundAssociations found{name, std::string(), std::string()};
+    const size_t nameStart = cut == std::string::npos ? statement.size() : cut + 1;
+    size_t nameEnd = statement.size();
+    if (nameEnd > nameStart && statement[nameEnd - 1] == ';') --nameEnd;
+    if (nameEnd == nameStart) return fail(kNoAssociationsName);
+    FoundAssociations found;
     if (!splitQuoted(statement, found.format, found.text)) return fail(kTokenizingAssociations);
-    if (!fAssociations.take(name)) return;
+    found.name = statement.substr(nameStart, nameEnd - nameStart);
+    std::string().swap(statement);
+    if (found.name == Words::getApplyMetadataCommandSceneFlag())
+      found.name = AccessorTarn::getSceneAssociationsName();
+    if (!fAssociations.take(found.name)) return;
     found.text = Detail::unescapeAsciiPayload(found.text);
     fFound.push_back(std::move(found));
   }
 
-  void handleStructure(const std::string& statement) {
+  void handleStructure(std::string& statement) {
     std::string format, text;
     if (!splitQuoted(statement, format, text)) return fail(kTokenizingStructure);
+    std::string().swap(statement);
+    text = Detail::unescapeAsciiPayload(text);
     std::unique_ptr<Structure> structure =
-        AccessorTarn::deserializeStructure(format, Detail::unescapeAsciiPayload(text), *fErrors);
+        AccessorTarn::deserializeStructure(format, text, *fErrors);
     if (!structure) {
       fFailed = true;
       return;
@@ -451,7 +500,7 @@ class MetadataScan {
   Detail::WantedNames fStructures;
   Detail::WantedNames fAssociations;
   std::string* fErrors;
-  std::string fReversedLine;
+  ReversedLine fReversedLine;
   // The lines of the statement being assembled, the latest first.
   std::vector<std::string> fLines;
   int64_t fStatementStart = 0;

@@ -6,6 +6,7 @@
 #include "faults/kivoFaultShim.h"
 
 #include <dlfcn.h>
+#include <malloc.h>
 #include <sys/types.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -29,8 +30,11 @@ bool gCountAllocations = false;
 uint64_t gAllocations = 0;
 uint64_t gAllocationFailAt = 0;
 bool gAllocationFailed = false;
-uint64_t gAllocatedBytes = 0;
 uint64_t gLargestAllocation = 0;
+// Bytes held since armAllocations (blocks freed that were allocated before
+// it make this negative), and the most of it at any time.
+int64_t gLiveBytes = 0;
+int64_t gPeakBytes = 0;
 
 // The next definition of name after this program's; aborts when there is
 // none, since nothing could be forwarded.
@@ -62,7 +66,6 @@ bool fails(eCall kind, int fd, int error) {
 bool allocationFails(std::size_t size) {
   if (!gCountAllocations) return false;
   ++gAllocations;
-  gAllocatedBytes += size;
   if (size > gLargestAllocation) gLargestAllocation = size;
   if (gAllocations != gAllocationFailAt) return false;
   gAllocationFailed = true;
@@ -77,6 +80,8 @@ using PwriteFunction = ssize_t (*)(int, const void*, size_t, off_t);
 using TruncateFunction = int (*)(const char*, off_t);
 using FtruncateFunction = int (*)(int, off_t);
 using NewFunction = void* (*)(std::size_t);
+using DeleteFunction = void (*)(void*);
+using SizedDeleteFunction = void (*)(void*, std::size_t);
 
 ReadFunction gRead = nullptr;
 WriteFunction gWrite = nullptr;
@@ -91,6 +96,17 @@ FtruncateFunction gFtruncate = nullptr;
 FtruncateFunction gFtruncate64 = nullptr;
 NewFunction gNew = nullptr;
 NewFunction gNewArray = nullptr;
+DeleteFunction gDelete = nullptr;
+DeleteFunction gDeleteArray = nullptr;
+SizedDeleteFunction gSizedDelete = nullptr;
+SizedDeleteFunction gSizedDeleteArray = nullptr;
+
+// The block's size as the allocator knows it, the same on both sides.
+void held(void* block, int sign) {
+  if (!gCountAllocations || !block) return;
+  gLiveBytes += sign * static_cast<int64_t>(::malloc_usable_size(block));
+  if (gLiveBytes > gPeakBytes) gPeakBytes = gLiveBytes;
+}
 
 }  // namespace
 
@@ -113,8 +129,9 @@ void armAllocations(uint64_t failAt) {
   gAllocations = 0;
   gAllocationFailAt = failAt;
   gAllocationFailed = false;
-  gAllocatedBytes = 0;
   gLargestAllocation = 0;
+  gLiveBytes = 0;
+  gPeakBytes = 0;
   gCountAllocations = true;
 }
 
@@ -124,8 +141,8 @@ uint64_t disarmAllocations() {
 }
 
 bool allocationFailed() { return gAllocationFailed; }
-uint64_t allocatedBytes() { return gAllocatedBytes; }
 uint64_t largestAllocation() { return gLargestAllocation; }
+uint64_t peakBytes() { return static_cast<uint64_t>(gPeakBytes); }
 
 }  // namespace kivo::Test::Faults
 
@@ -190,14 +207,38 @@ int ftruncate64(int fd, off64_t length) noexcept {
 
 }  // extern "C"
 
-// Only the two throwing forms are replaced; the others reach them or are
-// left to the runtime, and every delete stays the runtime's own.
+// The two throwing forms of new are replaced, and the four deletes that
+// free what they return; the other forms are left to the runtime.
 void* operator new(std::size_t size) {
   if (allocationFails(size)) throw std::bad_alloc();
-  return forward(gNew, "_Znwm")(size);
+  void* block = forward(gNew, "_Znwm")(size);
+  held(block, 1);
+  return block;
 }
 
 void* operator new[](std::size_t size) {
   if (allocationFails(size)) throw std::bad_alloc();
-  return forward(gNewArray, "_Znam")(size);
+  void* block = forward(gNewArray, "_Znam")(size);
+  held(block, 1);
+  return block;
+}
+
+void operator delete(void* block) noexcept {
+  held(block, -1);
+  forward(gDelete, "_ZdlPv")(block);
+}
+
+void operator delete[](void* block) noexcept {
+  held(block, -1);
+  forward(gDeleteArray, "_ZdaPv")(block);
+}
+
+void operator delete(void* block, std::size_t size) noexcept {
+  held(block, -1);
+  forward(gSizedDelete, "_ZdlPvm")(block, size);
+}
+
+void operator delete[](void* block, std::size_t size) noexcept {
+  held(block, -1);
+  forward(gSizedDeleteArray, "_ZdaPvm")(block, size);
 }

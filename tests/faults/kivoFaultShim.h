@@ -1,6 +1,6 @@
 // Fault injection for the fault tests: this program defines the file calls
 // the library and the standard streams make (read, write, writev, lseek,
-// pwrite, truncate, ftruncate) and the global operator new, and forwards
+// pwrite, truncate, ftruncate) and the global operator new and delete, and forwards
 // them to the next definition (libc, the sanitizer runtime, libstdc++). Off
 // by default; a test arms it for one operation and disarms it at once.
 //
@@ -42,11 +42,11 @@ void armAllocations(uint64_t failAt);
 // Stops counting; returns how many allocations were made.
 uint64_t disarmAllocations();
 bool allocationFailed();
-// The bytes asked of operator new since armAllocations: an upper bound of
-// what the armed operation held at its peak.
-uint64_t allocatedBytes();
 // The largest single allocation since armAllocations.
 uint64_t largestAllocation();
+// The most the bytes held through operator new grew beyond what was held
+// at armAllocations, at any time since: the armed operation's peak.
+uint64_t peakBytes();
 
 // Arms file calls for one scope.
 class ArmedCalls {
