@@ -48,7 +48,7 @@ Associations* AssociationsSerializerRaw::read(std::istream& input, std::string& 
   std::string typeText;
   while (!input.eof()) {
     word.clear();
-    input >> word;
+    Detail::readWord(input, word);
     if (input.fail()) {
       messages += missingKeyword(input);
       ++count;

@@ -54,7 +54,7 @@ Channel* ChannelSerializerRaw::read(std::istream& input, std::string& errors) co
   std::string rest;
   for (;;) {
     word.clear();
-    input >> word;
+    Detail::readWord(input, word);
     if (!Detail::readRestOfLine(input, rest)) {
       messages += missingKeyword(input);
       ++count;

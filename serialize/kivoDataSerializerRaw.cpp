@@ -1,7 +1,5 @@
 #include <kivo/serialize/kivoDataSerializerRaw.h>
 
-#include <sstream>
-
 namespace kivo::Data {
 namespace {
 
@@ -47,14 +45,18 @@ std::string SerializerRaw::standardizeSeparators(std::string& text) {
   return text;
 }
 
+// Splits as getline with the separator would: no field after a final
+// separator, an empty one between two. Each field is cut out of the text at
+// its own length, so that a long text costs its length once more.
 std::vector<std::string>& SerializerRaw::splitString(const std::string& text, char separator,
                                                      std::vector<std::string>& fields) {
-  std::istringstream input(text);
-  // An allocation that fails inside getline must not end the loop as the end
-  // of the text would, silently dropping the fields after it.
-  input.exceptions(std::ios::badbit);
-  std::string field;
-  while (std::getline(input, field, separator)) fields.push_back(field);
+  size_t start = 0;
+  while (start < text.size()) {
+    size_t end = text.find(separator, start);
+    if (end == std::string::npos) end = text.size();
+    fields.emplace_back(text, start, end - start);
+    start = end + 1;
+  }
   return fields;
 }
 

@@ -178,13 +178,20 @@ const char* StructureSerializerRaw::formatType() const { return Raw::keyword(Raw
 Structure* StructureSerializerRaw::read(std::istream& input, std::string& errors) const {
   errors.clear();
   std::string text;
-  if (input.rdbuf()) text.assign(std::istreambuf_iterator<char>(input), {});
+  if (std::streambuf* buffer = input.rdbuf()) {
+    // What the buffer holds already is known exactly: take it at once, then
+    // whatever follows.
+    const std::streamsize held = buffer->in_avail();
+    if (held > 0) text.reserve(static_cast<size_t>(held));
+    text.assign(std::istreambuf_iterator<char>(input), {});
+  }
   input.setstate(std::ios::eofbit);
 
   Raw::collapseWhitespace(text);
   Raw::standardizeSeparators(text);
   std::vector<std::string> fields;
   Raw::splitString(text, Raw::keyword(Raw::kFieldSeparator)[0], fields);
+  std::string().swap(text);
   if (fields.size() < 2) {
     errors = kNoNameOrMember;
     return nullptr;

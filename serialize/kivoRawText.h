@@ -2,6 +2,7 @@
 // (stream, channel, associations).
 #pragma once
 
+#include <iomanip>
 #include <istream>
 #include <locale>
 #include <string>
@@ -64,6 +65,14 @@ inline LineRead readLine(std::istream& input, std::string& line) {
   while (last > first && blank(last[-1])) --last;
   line.assign(first, last);
   return LineRead::kLine;
+}
+
+// Reads the next word as `input >> word` does, but at most kLineBuffer - 1
+// characters of it. No keyword is that long, so a longer word is refused
+// either way; reading it whole would hold a hostile word of any length (and
+// quote it whole in the message), where this holds no more than a line.
+inline void readWord(std::istream& input, std::string& word) {
+  input >> std::setw(static_cast<int>(kLineBuffer - 1)) >> word;
 }
 
 // Reads the rest of the current line (at most kLineBuffer - 1 characters,

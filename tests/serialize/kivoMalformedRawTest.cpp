@@ -148,6 +148,10 @@ TEST_F(MalformedRawText, NestedTextsReportEveryLevel) {
        "Line at record 1 is longer than 1023 characters\n1 error found, Stream not created\n"
        "Missing Channel keyword on or about character 1038\n"
        "2 errors found, Channel not created\n"},
+      // a word longer than a line is cut at 1023 characters, and its rest
+      // does not fit the line either
+      {std::string(3000, 'k') + "\nendChannel\n", "Missing Channel keyword on or about character 2047\n"
+       "1 error found, Channel not created\n"},
   };
   for (const Bad& c : channels) {
     SCOPED_TRACE(c.text);
@@ -168,6 +172,10 @@ TEST_F(MalformedRawText, NestedTextsReportEveryLevel) {
       {"channel\nname C\nendChannel\n" + std::string(2000, ' ') + "endAssoc",
        "Unrecognized keyword 'endAssoc' on or about character 2035\n"
        "1 error found, Associations not created\n"},
+      // a word longer than a line is quoted up to 1023 characters
+      {std::string(5000000, 'k'), "Unrecognized keyword '" + std::string(1023, 'k') +
+                                      "' on or about character 1024\n"
+                                      "1 error found, Associations not created\n"},
   };
   for (const Bad& c : associations) {
     SCOPED_TRACE(c.text);
