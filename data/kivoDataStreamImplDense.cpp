@@ -99,16 +99,9 @@ StreamImplDense::StreamImplDense() {
 }
 
 StreamImplDense::StreamImplDense(const StreamImplDense& other) : StreamImpl(other) {
-  try {
-    *this = other;
-  } catch (...) {
-    // A failed construction runs no destructor. The block is freed without
-    // destroying its slots: a slot whose copy was cut short may still hold
-    // the source's string pointers, which are not this block's to free.
-    std::free(fBlock);
-    fBlock = nullptr;
-    throw;
-  }
+  // A failed assignment has freed what it copied and left the block null,
+  // so nothing is left for the destructor this construction never runs.
+  *this = other;
   ++_objectsCreated;
   ++_objectsAlive;
 }
@@ -125,8 +118,21 @@ StreamImplDense& StreamImplDense::operator=(const StreamImplDense& other) {
   fBlock = static_cast<char*>(std::malloc(fAllocatedCount * size));
   if (!fBlock) return *this;  // left like a cleared stream
   // Every slot owns its strings, so every slot gets copies of its own.
-  for (uint32_t i = 0; i < fAllocatedCount; ++i)
-    structure().fillWithDuplicateChunk(slot(i), other.slot(i));
+  uint32_t copied = 0;
+  try {
+    for (; copied < fAllocatedCount; ++copied)
+      structure().fillWithDuplicateChunk(slot(copied), other.slot(copied));
+  } catch (...) {
+    // The slot cut short holds the copies made so far and null pointers (a
+    // duplicate nulls its string pointers first); the slots after it are
+    // untouched bytes. Free what was copied and leave the stream cleared.
+    for (uint32_t i = 0; i <= copied && i < fAllocatedCount; ++i) structure().destroyChunk(slot(i));
+    std::free(fBlock);
+    fBlock = nullptr;
+    fElementCount = 0;
+    fAllocatedCount = 0;
+    throw;
+  }
   return *this;
 }
 
