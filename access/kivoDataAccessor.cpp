@@ -96,9 +96,8 @@ uint64_t AccessorFactoryBase::_objectsAlive = 0;
 
 bool Accessor::StructureNameLessThan::operator()(const Structure* a, const Structure* b) const {
   if (!a || !b) throw std::invalid_argument(kNullStructure);
-  const char* nameA = a->name() ? a->name() : "";
-  const char* nameB = b->name() ? b->name() : "";
-  return std::strcmp(nameA, nameB) < 0;
+  // A structure always has a name: setName(nullptr) gives it the default one.
+  return std::strcmp(a->name(), b->name()) < 0;
 }
 
 Accessor::Accessor() : fState(std::make_unique<State>()) {
@@ -126,7 +125,7 @@ std::unique_ptr<Accessor> Accessor::accessorByExtension(const std::string& fileN
       dot == std::string::npos ? fileNameOrExtension : fileNameOrExtension.substr(dot + 1));
   const FactoryRegistry& registry = factories();
   const auto found = registry.find(extension);
-  if (found == registry.end() || !found->second) return nullptr;
+  if (found == registry.end()) return nullptr;
   return found->second->create();
 }
 

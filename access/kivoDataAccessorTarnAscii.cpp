@@ -412,9 +412,10 @@ class MetadataScan {
   }
 
   // A statement of one line is taken as it is; the lines of a longer one
-  // are joined into one string of the exact length.
+  // are joined into one string of the exact length. Never called once the
+  // scan has stopped: takeBlock returns at the line that stopped it.
   void endStatement() {
-    if (fLines.empty() || fStopped) return;
+    if (fLines.empty()) return;
     std::string statement;
     if (fLines.size() == 1) {
       statement = std::move(fLines.front());

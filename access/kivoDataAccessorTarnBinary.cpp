@@ -107,8 +107,7 @@ std::string associationsNotConvertible(const std::string& name) {
 }
 
 std::string structureNotConvertible(const char* name) {
-  return std::string("Could not convert the text of structure \"") + (name ? name : "") +
-         "\" to UTF-8.";
+  return std::string("Could not convert the text of structure \"") + name + "\" to UTF-8.";
 }
 
 std::string nameWithNul(const std::string& name) {

@@ -53,7 +53,7 @@ bool WantedNames::take(const std::string& name) {
 }
 
 void keepStructureIfWanted(std::unique_ptr<Data::Structure> structure, WantedNames& wanted) {
-  if (!structure || !wanted.take(structure->name())) return;
+  if (!wanted.take(structure->name())) return;
   // The registry takes its own reference; a refused duplicate is destroyed
   // with the unique_ptr.
   if (Data::Structure::registerStructure(*structure)) structure.release();
@@ -62,7 +62,7 @@ void keepStructureIfWanted(std::unique_ptr<Data::Structure> structure, WantedNam
 FileStamp fileStamp(const std::string& fileName) {
   FileStamp stamp;
   struct stat status;
-  if (fileName.empty() || ::stat(fileName.c_str(), &status) != 0) return stamp;
+  if (::stat(fileName.c_str(), &status) != 0) return stamp;
   stamp.valid = true;
   stamp.size = static_cast<uint64_t>(status.st_size);
   stamp.seconds = static_cast<int64_t>(status.st_mtim.tv_sec);
@@ -114,7 +114,7 @@ std::string escapeAsciiValue(const std::string& text) {
       continue;
     }
     if (length == 0) length = 1;  // the NUL character
-    if (wide >= 0 && (wide < 32 || wide == 127)) {
+    if (static_cast<uint32_t>(wide) < 32 || wide == 127) {  // codes 0-31 and 127
       escapeControl(static_cast<unsigned int>(wide), escaped);
     } else if (wide == L'"' || wide == L'\\') {
       escaped += '\\';

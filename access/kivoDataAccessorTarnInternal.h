@@ -41,8 +41,9 @@ class WantedNames {
   std::set<std::string> fNames;
 };
 
-// A structure a file declares: registered in the (isolated) process registry
-// when wanted and not equal to one registered already, destroyed otherwise.
+// A structure a file declares (never null): registered in the (isolated)
+// process registry when wanted and not equal to one registered already,
+// destroyed otherwise.
 void keepStructureIfWanted(std::unique_ptr<Data::Structure> structure, WantedNames& wanted);
 
 // The size and modification time of a file, as stat() saw them.

@@ -34,8 +34,8 @@ class Structure;
 
 class KIVO_EXPORT Accessor {
  public:
-  // Orders structures by name (byte-wise C-string comparison, a null name
-  // counting as ""). Throws std::invalid_argument("Null Structure found in
+  // Orders structures by name (byte-wise C-string comparison; a structure
+  // always has a name). Throws std::invalid_argument("Null Structure found in
   // StructureSet.") when either pointer is null.
   struct KIVO_EXPORT StructureNameLessThan {
     bool operator()(const Structure* a, const Structure* b) const;
