@@ -76,6 +76,7 @@ TEST(AccessorDebugText, FactoriesTellTheirExtension) {
               std::string::npos);
     kivo::Debug::Footprint footprint;
     EXPECT_TRUE(AccessorFactoryBase::Debug(&factory, footprint));
+    EXPECT_TRUE(AccessorFactoryBase::Debug(nullptr, footprint));
     EXPECT_EQ(footprint.totalSize(), sizeof(AccessorFactoryBase));
   }
   EXPECT_EQ(AccessorFactoryBase::_objectsAlive, alive);

@@ -69,6 +69,7 @@ TEST(TarnAsciiEscaping, UnescapingDecidesTheOpenCases) {
       {"\\101\\60x\\0", std::string("A0x\0", 4)},  // octal ends at a non-octal character
       {"\\777\\400", std::string("\xff\0", 2)},    // above 255: the low eight bits
       {"\\1234", "S4"},                            // at most three digits
+      {"\\18\\79", "\x01" "8" "\x07" "9"},            // '8' and '9' end it too
       {"end\\", "end\\"},                          // a final backslash stands for itself
       {"\\q\\\"\\\\", "q\"\\"},                    // anything else gives that character
   };
@@ -101,7 +102,7 @@ class TarnAscii : public kivo::Test::SceneFileTest {
 };
 
 struct Refused {
-  const char* content;
+  std::string content;
   const char* errors;
 };
 
@@ -115,10 +116,11 @@ TEST_F(TarnAscii, HeaderRefusesWithExactMessages) {
       {"//Tarn ASCII 2014 scene file\n", "Unexpected header end."},
       {"//Tarn ASCII 2013 scene\n", "Unsupported year."},
       {"//Tarn ASCII x2020 scene\n", "Unsupported year."},
+      {"//Tarn ASCII 201: scene\n", "Unsupported year."},
   };
   for (const Refused& c : cases) {
     SCOPED_TRACE(c.content);
-    const std::string path = file(*c.content ? c.content + std::string(kAsciiTrailer) : "");
+    const std::string path = file(c.content.empty() ? "" : c.content + kAsciiTrailer);
     std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
     std::string errors = "replaced";
     EXPECT_FALSE(accessor->read(path, errors));
@@ -133,6 +135,7 @@ TEST_F(TarnAscii, HeaderRefusesWithExactMessages) {
     readOk(path);
   }
   EXPECT_FALSE(Accessor::accessorByExtension("ta")->isFileSupported(""));
+  EXPECT_FALSE(Accessor::accessorByExtension("ta")->isFileSupported(fFolder.path("missing.ta")));
 }
 
 TEST_F(TarnAscii, ReadRefusesBadStatementsWithExactMessages) {
@@ -144,12 +147,21 @@ TEST_F(TarnAscii, ReadRefusesBadStatementsWithExactMessages) {
        "Error tokenizing format/value for associations."},
       {"dataStructure -fmt \"raw\" -as \"name=S:int32=a;\n",
        "Error tokenizing format/value for structure."},
+      {"dataStructure -fmt raw -as name=S:int32=a;\n",
+       "Error tokenizing format/value for structure."},
       {"dataStructure -fmt \"json\" -as \"name=S:int32=a\";\n",
        "Could not find serializer for format json"},
       {"applyMetadata -fmt \"\" -v \"endAssociations\" \n\t\tn;\n",
        "Could not find serializer for format "},
       {"dataStructure -fmt \"raw\" -as \"name=S\";\n",
        "Structures must have a name and at least one member"},
+      // Every bad statement is told, the latest first.
+      {"applyMetadata -fmt \"raw\" -v \"one\" \n\t\tn1;\n"
+       "applyMetadata -fmt \"raw\" -v \"two\" \n\t\tn2;\n",
+       "Unrecognized keyword 'two' on or about character 4\n"
+       "1 error found, Associations not created\n"
+       "Unrecognized keyword 'one' on or about character 4\n"
+       "1 error found, Associations not created\n"},
   };
   for (const Refused& c : cases) {
     SCOPED_TRACE(c.content);
@@ -190,6 +202,25 @@ TEST_F(TarnAscii, ReadScansBackwardsAndStopsAtTheSceneBody) {
   EXPECT_STREQ((*accessor->structures().begin())->name(), "tiny");
 }
 
+TEST_F(TarnAscii, ReadStopsAtEveryCommandOfTheSceneBody) {
+  const char* commands[] = {
+      "connectAttr \"a.t\" \"b.t\";",
+      "createNode transform -n \"x\";",
+      "setAttr \".v\" yes;",
+      "relationship \"link\" \":lightLinker1\" \":initialShadingGroup.message\";",
+      "select -ne :time1;",
+  };
+  for (const char* command : commands) {
+    SCOPED_TRACE(command);
+    std::unique_ptr<Accessor> accessor =
+        readOk(file(std::string(kAsciiHeader) +
+                    "dataStructure -fmt \"raw\" -as \"name=before:int32=a\";\n" + command +
+                    "\ndataStructure -fmt \"raw\" -as \"name=after:int32=a\";\n" + kAsciiTrailer));
+    ASSERT_EQ(accessor->structures().size(), 1u);
+    EXPECT_STREQ((*accessor->structures().begin())->name(), "after");
+  }
+}
+
 TEST_F(TarnAscii, ReadKeepsOnlyTheNamedStructuresAndAssociations) {
   // The scene holds an external content table; node pCube1 holds points.
   kivo::Detail::Ref<Structure> table(Structure::create());
@@ -218,6 +249,16 @@ TEST_F(TarnAscii, ReadKeepsOnlyTheNamedStructuresAndAssociations) {
   EXPECT_STREQ((*accessor->structures().begin())->name(), "point");
   ASSERT_EQ(accessor->associations().size(), 1u);
   EXPECT_EQ(labelOf(accessor->associations().at("pCube1")), "cube");
+  // Names of one kind only: everything of the other kind is kept.
+  const std::set<std::string> both{"point", ExternalContent::getStructureName()};
+  ASSERT_TRUE(accessor->read(path, &both, nullptr, errors)) << errors;
+  EXPECT_EQ(accessor->structures().size(), 2u);
+  EXPECT_EQ(accessor->associations().size(), 2u);
+  // A name that is never found: the scan goes on to the scene body.
+  const std::set<std::string> point{"point"}, absent{"absent"};
+  ASSERT_TRUE(accessor->read(path, &point, &absent, errors)) << errors;
+  EXPECT_EQ(accessor->structures().size(), 1u);
+  EXPECT_TRUE(accessor->associations().empty());
 
   Associations out;
   ASSERT_TRUE(ExternalContent::readTable(path, out, errors)) << errors;
@@ -232,6 +273,17 @@ TEST_F(TarnAscii, ReadKeepsOnlyTheNamedStructuresAndAssociations) {
   ExternalContent::updateEntry(back, "/q/a.png");
   ExternalContent::getEntry(back, node, key, upath, rpath, roles);
   EXPECT_EQ(upath + " " + rpath, "a.png /q/a.png");
+
+  // Without scene associations out stays as it was; a missing file fails.
+  Associations kept;
+  kept.channel("kept");
+  ASSERT_TRUE(ExternalContent::readTable(file(asciiBody(100) + kAsciiTrailer, "bare.ta"), kept,
+                                         errors))
+      << errors;
+  EXPECT_EQ(kept.channelCount(), 1u);
+  errors.clear();
+  EXPECT_FALSE(ExternalContent::readTable(fFolder.path("missing.ta"), kept, errors));
+  EXPECT_EQ(errors, "Could not open " + fFolder.path("missing.ta"));
 }
 
 TEST_F(TarnAscii, WriteInsertsMetadataBeforeTheTrailerAndReadsItBack) {
@@ -325,6 +377,47 @@ TEST_F(TarnAscii, RewriteKeepsTheNodeLineAndWhatFollowsAsTrailer) {
   EXPECT_EQ(labelOf(back->associations().at("")), "s");
 }
 
+TEST_F(TarnAscii, WriteReplacesHandEditedSectionsAndKeepsWhatSurroundsThem) {
+  struct Layout {
+    const char* what;
+    std::string before;   // after the scene body, before the section
+    std::string section;  // the old metadata
+    std::string after;    // the trailer as the file has it
+    std::string kept;     // what follows the new section
+  };
+  const std::string old = "dataStructure -fmt \"raw\" -as \"name=old:int32=a\";\n";
+  const std::string value = "applyMetadata -fmt \"raw\" -v \"endAssociations\\n\" \n";
+  const std::string trailer = kAsciiTrailer;
+  const Layout cases[] = {
+      {"blank lines, a target indented with blanks, no final line feed", "\n \t\n",
+       old + "\n" + value + "  -scn;\n\n", "// End of scene.ta", "// End of scene.ta"},
+      {"the last block starts on a line", "//" + std::string(1024 - 3 - trailer.size(), '.') + "\n",
+       "", trailer, trailer},
+      // A node path does not start with a letter: the section goes on.
+      {"node path target", "", old + value + "\t\t|group|cube;\n", trailer, trailer},
+      // A node name that starts with a letter ends the section there.
+      {"capitalized node target", "", value, "\t\tCube;\n" + trailer, "\t\tCube;\n" + trailer},
+  };
+  for (const Layout& c : cases) {
+    SCOPED_TRACE(c.what);
+    const std::string start = asciiBody(1500) + c.before;
+    const std::string path = file(start + c.section + c.after);
+    std::unique_ptr<Accessor> accessor = readOk(path);
+    writeOk(*accessor, {{"", labelled("new")}});
+    const std::string once = readBytes(path);
+    EXPECT_EQ(once.compare(0, start.size(), start), 0);
+    ASSERT_GE(once.size(), start.size() + c.kept.size());
+    EXPECT_EQ(once.substr(once.size() - c.kept.size()), c.kept);
+    std::unique_ptr<Accessor> back = readOk(path);
+    ASSERT_EQ(back->structures().size(), 1u);
+    EXPECT_STREQ((*back->structures().begin())->name(), "point");
+    ASSERT_EQ(back->associations().size(), 1u);
+    EXPECT_EQ(labelOf(back->associations().at("")), "new");
+    writeOk(*back);
+    EXPECT_EQ(readBytes(path), once);
+  }
+}
+
 TEST_F(TarnAscii, WriteRefusesAFileChangedSinceItWasSeen) {
   const std::string content = asciiBody(300) + kAsciiTrailer;
   const std::string path = file(content);
@@ -345,6 +438,13 @@ TEST_F(TarnAscii, WriteRefusesAFileChangedSinceItWasSeen) {
   ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
   EXPECT_FALSE(accessor->write(errors));
   EXPECT_EQ(readBytes(path), content + " ");
+  // Same size and second, other nanoseconds.
+  accessor = readOk(path);
+  const struct timespec later[2] = {{0, UTIME_OMIT}, {1000000000, 500}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), later, 0), 0);
+  errors.clear();
+  EXPECT_FALSE(accessor->write(errors));
+  EXPECT_NE(errors.find(" changed since this accessor"), std::string::npos) << errors;
 
   // A read that failed leaves nothing to write against.
   const std::string bad = file("//Tarn ASCII 1999 scene\n" + std::string(kAsciiTrailer), "bad.ta");
@@ -367,6 +467,14 @@ TEST_F(TarnAscii, WriteRefusesFilesItCannotRewriteSafely) {
        "Could not find trailer prefix."},
       {"dataStructure -fmt \"raw\" -as \"name=m:int32=a\";\n",
        "Failed reading line while searching metadata end."},
+      // The node line ends the section and no trailer line follows it.
+      {"applyMetadata -fmt \"raw\" -v \"endAssociations\\n\" \n\t\tpCube1;\n  ",
+       "Could not find trailer prefix."},
+      // The last body line is longer than what is looked at before the section.
+      {"setAttr \".notes\" -type \"string\" \"" + std::string(70000, 'x') + "\";\n" +
+           kAsciiTrailer,
+       "The line before the metadata section does not end a statement with ';'; the file is "
+       "left unchanged."},
   };
   for (const Refused& c : cases) {
     SCOPED_TRACE(c.content);
@@ -379,7 +487,7 @@ TEST_F(TarnAscii, WriteRefusesFilesItCannotRewriteSafely) {
     EXPECT_EQ(errors, c.errors);
     EXPECT_EQ(readBytes(path), content);
   }
-  for (const char* node : {"two words", "a;b", "-scn", "q\"uote", "//x"}) {
+  for (const char* node : {"two words", "a;b", "-scn", "q\"uote", "//x", "del\x7f"}) {
     SCOPED_TRACE(node);
     const std::string content = asciiBody(100) + metadata + kAsciiTrailer;
     const std::string path = file(content);

@@ -3,20 +3,24 @@
 // AccessorRead.*      the read protocol: registry isolation on every path,
 //                     structures of an earlier read kept alive
 // AccessorTarnPayload.*  deserializing by format name
-// ExternalContent.*   roles text, the table's stream, readTable messages
+// AccessorTarnTruncate.*  cutting a file, lengths past the offset range
+// ExternalContent.*   roles text, the table's stream, entries, readTable messages
 #include <kivo/access/kivoDataAccessor.h>
 #include <kivo/access/kivoDataAccessorTarn.h>
 #include <kivo/data/kivoDataAssociations.h>
 #include <kivo/data/kivoDataChannel.h>
+#include <kivo/data/kivoDataHandle.h>
 #include <kivo/data/kivoDataStream.h>
 #include <kivo/data/kivoDataStructure.h>
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <functional>
 #include <stdexcept>
 #include <string>
 
+#include "access/kivoAccessTestFiles.h"
 #include "support/kivoOwnership.h"
 
 namespace {
@@ -26,6 +30,7 @@ using kivo::Data::AccessorFactory;
 using kivo::Data::AccessorTarn;
 using kivo::Data::Associations;
 using kivo::Data::Channel;
+using kivo::Data::Handle;
 using kivo::Data::Member;
 using kivo::Data::Stream;
 using kivo::Data::Structure;
@@ -106,6 +111,9 @@ TEST(AccessorBase, StructureSetOrdersByteWiseAndRefusesNull) {
   } catch (const std::invalid_argument& e) {
     EXPECT_STREQ(e.what(), "Null Structure found in StructureSet.");
   }
+  // A null alone in a set meets the comparison with the next structure.
+  Accessor::StructureSet lone{nullptr};
+  EXPECT_THROW(lone.insert(a.get()), std::invalid_argument);
 }
 
 TEST(AccessorBase, SetStructuresTakesAndReleasesReferences) {
@@ -232,6 +240,20 @@ TEST(AccessorTarnPayload, DeserializesByFormatNameOnly) {
   EXPECT_EQ(Structure::structureByName("S"), nullptr);
 }
 
+TEST(AccessorTarnTruncate, CutsToTheLengthAndRefusesLengthsPastTheOffsetRange) {
+  kivo::Test::TempFolder folder;
+  const std::string path = folder.path("cut.ta");
+  kivo::Test::writeBytes(path, "0123456789");
+  for (const uint64_t length : {~uint64_t(0), uint64_t(1) << 63}) {
+    SCOPED_TRACE(length);
+    EXPECT_FALSE(AccessorTarn::truncateFile(path, length));
+  }
+  EXPECT_EQ(kivo::Test::readBytes(path), "0123456789");
+  EXPECT_TRUE(AccessorTarn::truncateFile(path, 4));
+  EXPECT_EQ(kivo::Test::readBytes(path), "0123");
+  EXPECT_FALSE(AccessorTarn::truncateFile(folder.path("missing.ta"), 0));
+}
+
 struct RolesCase {
   std::set<std::string> roles;
   const char* text;
@@ -262,6 +284,7 @@ TEST(ExternalContent, StreamIsFoundOnlyWhereTheTableLives) {
   table->addMember(Member::kString, 1, "node");
   Associations scene;
   EXPECT_EQ(ExternalContent::getStream(scene), nullptr);
+  EXPECT_EQ(ExternalContent::getStream(static_cast<const Associations&>(scene)), nullptr);
   Channel channel = scene.channel("externalContentTable");
   EXPECT_EQ(ExternalContent::getStream(scene), nullptr);
   channel.setDataStream(Stream(*table, "v1.0"));
@@ -270,10 +293,29 @@ TEST(ExternalContent, StreamIsFoundOnlyWhereTheTableLives) {
   EXPECT_EQ(ExternalContent::getStream(scene)->name(), "v1.0");
 
   ScriptedAccessor accessor;
+  const Accessor& constAccessor = accessor;
   accessor.associations()["node"] = scene;
   EXPECT_EQ(ExternalContent::getStream(accessor), nullptr);
+  EXPECT_EQ(ExternalContent::getStream(constAccessor), nullptr);
   accessor.associations()[""] = scene;
   EXPECT_EQ(ExternalContent::getStream(accessor), ExternalContent::getStream(scene));
+  EXPECT_EQ(ExternalContent::getStream(constAccessor), ExternalContent::getStream(scene));
+}
+
+TEST(ExternalContent, EntryMembersTheStructureLacksAreSkipped) {
+  StructureRef partial(new Structure("externalContentTable"));
+  partial->addMember(Member::kString, 1, "node");
+  partial->addMember(Member::kString, 1, "rpath");
+  Handle h(*partial);
+  ExternalContent::setEntry(h, "n", "k", "u", "r", {"role"});
+  std::string node, key = "old", upath = "old", rpath;
+  std::set<std::string> roles;
+  ExternalContent::getEntry(h, node, key, upath, rpath, roles);
+  EXPECT_EQ(node + "|" + key + "|" + upath + "|" + rpath, "n|||r");
+  EXPECT_TRUE(roles.empty());
+  ExternalContent::updateEntry(h, "r2");
+  ExternalContent::getEntry(h, node, key, upath, rpath, roles);
+  EXPECT_EQ(rpath, "r2");
 }
 
 TEST(ExternalContent, ReadTableOfAnUnknownTypeSaysSo) {
