@@ -1,4 +1,5 @@
-// TarnBinaryChunks.*         chunk bytes: sizes, padding, header reading
+// TarnBinaryChunks.*         chunk bytes: sizes, padding, header reading, text
+//                            conversion
 // TarnBinaryTrailerSearch.*  finding the trailer from the end: positions, every
 //                            message of a damaged file
 // TarnBinaryRead.*           the trailer's metadata, selective reads, hostile
@@ -124,6 +125,30 @@ TEST(TarnBinaryChunks, StructureChunkSizeCountsTheTextAndPadsToEight) {
   EXPECT_FALSE(shortHeader);
 }
 
+TEST(TarnBinaryChunks, ConversionGivesTheTextUpToTheFirstNulOrNothing) {
+  using kivo::Detail::eConversionType;
+  struct Converted {
+    std::string text;
+    eConversionType type;
+    std::string result;
+    bool converted;
+  };
+  const Converted cases[] = {
+      {"", eConversionType::ToUtf8, "", true},
+      {"plain", eConversionType::FromUtf8, "plain", true},
+      {"caf\xc3\xa9", eConversionType::FromUtf8, "", false},  // no form in ASCII
+      {std::string("a\0b", 3), eConversionType::ToUtf8, "a", false},
+  };
+  kivo::Test::CodeSet ascii("C");
+  for (const Converted& c : cases) {
+    SCOPED_TRACE(c.text);
+    bool converted = !c.converted;
+    EXPECT_EQ(kivo::Detail::convertString(c.text, c.type, &converted), c.result);
+    EXPECT_EQ(converted, c.converted);
+    EXPECT_EQ(kivo::Detail::convertString(c.text, c.type), c.result);
+  }
+}
+
 // Files -----------------------------------------------------------------------------
 
 // Binary scene files named scene.tb by default.
@@ -185,6 +210,7 @@ TEST_F(TarnBinary, TrailerSearchRefusesDamagedFilesWithExactMessages) {
   EXPECT_EQ(errors, "File not valid.");
   EXPECT_TRUE(Accessor::accessorByExtension("tb")->isFileSupported(file(good)));
   EXPECT_FALSE(Accessor::accessorByExtension("tb")->isFileSupported(""));
+  EXPECT_FALSE(Accessor::accessorByExtension("tb")->isFileSupported(fFolder.path("missing.tb")));
 }
 
 TEST_F(TarnBinary, ReadTakesTheTrailerMetadataAndSkipsHostChunks) {
@@ -232,6 +258,8 @@ TEST_F(TarnBinary, ReadRefusesHostileChunksWithExactMessages) {
       {"unknown format", structureChunk("name=s:int8=a", "json"),
        "Could not find serializer for format json"},
       {"bad structure", structureChunk("name=S"),
+       "Structures must have a name and at least one member"},
+      {"empty structure text", structureChunk(""),
        "Structures must have a name and at least one member"},
       {"not UTF-8", structureChunk("name=\xff:int8=a"),
        "Could not convert the text of a data structure chunk from UTF-8."},
@@ -364,6 +392,28 @@ TEST_F(TarnBinary, WriteRefusesFilesItCannotRewriteSafely) {
     EXPECT_FALSE(accessor->write(errors));
     EXPECT_EQ(errors, c.errors);
     EXPECT_EQ(readBytes(path), c.content);
+  }
+
+  // A read of named metadata stops before damage further on; the write,
+  // which walks the whole trailer, refuses it.
+  const std::set<std::string> structures{"point"}, associations{"pCube1"};
+  const Damaged later[] = {
+      {"stray bytes", metadata("s", "c") + "1234", "Error skipping existing metadata chunks."},
+      {"host chunk past the end", metadata("s", "c") + "HOST" + kZeros4 + bigEndian(99, 8),
+       "Error reading chunk before metadata."},
+      {"structure past the end", metadata("s", "c") + "DATS" + kZeros4 + bigEndian(99, 8),
+       "Error skipping existing metadata chunks."},
+  };
+  for (const Damaged& c : later) {
+    SCOPED_TRACE(c.what);
+    const std::string content = BinaryScene{kScene, c.content}.bytes();
+    const std::string path = file(content);
+    std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
+    std::string errors;
+    ASSERT_TRUE(accessor->read(path, &structures, &associations, errors)) << errors;
+    EXPECT_FALSE(accessor->write(errors));
+    EXPECT_EQ(errors, c.errors);
+    EXPECT_EQ(readBytes(path), content);
   }
 
   const std::string path = file(good);

@@ -111,6 +111,8 @@ TEST_F(MalformedBinaryScene, MetadataChunksOfImpossibleSizesOrWithoutNulsAreRefu
        "Could not skip chunk in trailer."},
       {"host chunk one byte past the end", chunkHeader("HOST", 25) + std::string(24, 'x'),
        "Could not skip chunk in trailer."},
+      {"host chunk without its padding", chunkHeader("HOST", 5) + "abcde",
+       "Could not skip chunk in trailer."},
       {"node name without NUL", chunk("MTDA", "pCube1"), "Could not read apply metadata chunk."},
       {"format without NUL", chunk("MTDA", std::string("pCube1\0raw", 10)),
        "Could not read apply metadata chunk."},
