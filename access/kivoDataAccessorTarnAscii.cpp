@@ -192,32 +192,51 @@ bool isTerminalStatement(const std::string& statement) {
 // it: the last line before position that is not blank and not a comment
 // must end with ';' (blanks, tabs and carriage returns aside), or there is
 // none but the header. Statements written at position are read back only
-// then; otherwise the scan joins that line to the first of them. A line
-// longer than the 64 KiB looked at counts as unended.
+// then; otherwise the scan joins that line to the first of them. The text is
+// walked backwards a window at a time, so that a line of any length costs
+// its reading but not its holding.
 enum class BodyEnd { kEnded, kUnended, kSeekFailed, kReadFailed };
 
 BodyEnd bodyEndBefore(std::istream& file, int64_t position) {
-  const int64_t window = std::min<int64_t>(position, 64 * 1024);
-  if (window == 0) return BodyEnd::kEnded;
-  std::string text(static_cast<size_t>(window), '\0');
-  file.clear();
-  if (!file.seekg(position - window)) return BodyEnd::kSeekFailed;
-  if (!file.read(&text[0], window)) return BodyEnd::kReadFailed;
-  size_t lineEnd = text.size();
-  if (text[lineEnd - 1] == '\n') --lineEnd;
-  for (;;) {
-    const size_t newline = lineEnd == 0 ? std::string::npos : text.rfind('\n', lineEnd - 1);
-    if (newline == std::string::npos) {
-      return window == position ? BodyEnd::kEnded : BodyEnd::kUnended;  // the header line
+  constexpr int64_t kWindow = 64 * 1024;
+  std::vector<char> window;
+  // The line being walked, from its end: its last character other than
+  // blank, tab and carriage return (when it has one), its earliest
+  // character other than blank and tab so far, and the character after that.
+  bool hasLast = false;
+  char last = 0;
+  char first = 0;
+  char afterFirst = 0;
+  char previous = '\n';
+  for (int64_t end = position; end > 0;) {
+    const int64_t start = std::max<int64_t>(0, end - kWindow);
+    window.resize(static_cast<size_t>(end - start));
+    file.clear();
+    if (!file.seekg(start)) return BodyEnd::kSeekFailed;
+    if (!file.read(window.data(), end - start)) return BodyEnd::kReadFailed;
+    for (size_t i = window.size(); i-- > 0;) {
+      const char c = window[i];
+      if (c == '\n') {
+        const bool comment = first == '/' && afterFirst == '/';
+        if (hasLast && !comment) return last == ';' ? BodyEnd::kEnded : BodyEnd::kUnended;
+        hasLast = false;
+        last = first = afterFirst = 0;
+        previous = c;
+        continue;
+      }
+      if (c != ' ' && c != '\t') {
+        first = c;
+        afterFirst = previous;
+        if (!hasLast && c != '\r') {
+          hasLast = true;
+          last = c;
+        }
+      }
+      previous = c;
     }
-    std::string line = text.substr(newline + 1, lineEnd - newline - 1);
-    lineEnd = newline;
-    const size_t last = line.find_last_not_of(" \t\r");
-    if (last == std::string::npos) continue;
-    const size_t at = line.find_first_not_of(" \t");
-    if (startsWith(line, "//", at)) continue;
-    return line[last] == ';' ? BodyEnd::kEnded : BodyEnd::kUnended;
+    end = start;
   }
+  return BodyEnd::kEnded;  // nothing but the header line before position
 }
 
 // What the old metadata section, the text the new statements replace, holds:

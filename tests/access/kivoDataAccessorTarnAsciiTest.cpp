@@ -393,6 +393,10 @@ TEST_F(TarnAscii, WriteReplacesHandEditedSectionsAndKeepsWhatSurroundsThem) {
        old + "\n" + value + "  -scn;\n\n", "// End of scene.ta", "// End of scene.ta"},
       {"the last block starts on a line", "//" + std::string(1024 - 3 - trailer.size(), '.') + "\n",
        "", trailer, trailer},
+      {"a last body statement and a comment line of many blocks each",
+       "setAttr \".notes\" -type \"string\" \"" + std::string(70000, 'x') + "\";\n//" +
+           std::string(70000, '/') + "\n",
+       old, trailer, trailer},
       // A node path does not start with a letter: the section goes on.
       {"node path target", "", old + value + "\t\t|group|cube;\n", trailer, trailer},
       // A node name that starts with a letter ends the section there.
@@ -470,9 +474,10 @@ TEST_F(TarnAscii, WriteRefusesFilesItCannotRewriteSafely) {
       // The node line ends the section and no trailer line follows it.
       {"applyMetadata -fmt \"raw\" -v \"endAssociations\\n\" \n\t\tpCube1;\n  ",
        "Could not find trailer prefix."},
-      // The last body line is longer than what is looked at before the section.
-      {"setAttr \".notes\" -type \"string\" \"" + std::string(70000, 'x') + "\";\n" +
-           kAsciiTrailer,
+      // A last body line of many blocks that does not end its statement,
+      // after comment lines that are as long.
+      {"setAttr \".notes\" -type \"string\" \"" + std::string(70000, 'x') + "\"\n//" +
+           std::string(70000, '/') + "\n  //" + std::string(70000, 'c') + "\n\n" + kAsciiTrailer,
        "The line before the metadata section does not end a statement with ';'; the file is "
        "left unchanged."},
   };

@@ -192,7 +192,8 @@ TEST(AttachDirectly, SetMetadataSharesUntilMadeUnique) {
   EXPECT_EQ(object.metadata()->channelCount(), 1u);
   AttachDirectly assigned;
   assigned = copy;
-  assigned = assigned;
+  const AttachDirectly& itself = assigned;  // self-assignment, spelled so that no compiler warns
+  assigned = itself;
   EXPECT_EQ(assigned.metadata()->channelCount(), 2u);
 
   EXPECT_TRUE(object.deleteMetadata());
