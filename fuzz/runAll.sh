@@ -6,6 +6,9 @@
 #
 #   fuzz/runAll.sh BUILD_DIR [SECONDS_EACH] [HARNESS...]
 #
+# With KIVO_FUZZ_RUNS=N in the environment a harness also stops after N
+# executions (the longer runs use 10000000 and a generous time).
+#
 # New inputs go to BUILD_DIR/fuzz/work/<harness>/ (kept between runs, so a
 # second run goes on where the first stopped); a finding is saved as
 # BUILD_DIR/fuzz/artifacts/<harness>-crash-... and can be replayed with
@@ -14,6 +17,7 @@ set -uo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
 build="${1:?usage: $0 BUILD_DIR [SECONDS_EACH] [HARNESS...]}"
 seconds="${2:-20}"
+runs="${KIVO_FUZZ_RUNS:--1}"
 shift $(( $# > 1 ? 2 : 1 ))
 harnesses=("$@")
 if [ ${#harnesses[@]} -eq 0 ]; then
@@ -26,17 +30,17 @@ for h in "${harnesses[@]}"; do
   work="$build/fuzz/work/$h"
   mkdir -p "$work"
   log="$build/fuzz/work/$h.log"
-  "$binary" -max_total_time="$seconds" -timeout=2 -rss_limit_mb=2048 -print_final_stats=1 \
+  "$binary" -max_total_time="$seconds" -runs="$runs" -timeout=2 -rss_limit_mb=2048 -print_final_stats=1 \
     -dict="$here/kivo.dict" -artifact_prefix="$build/fuzz/artifacts/$h-" \
     "$work" "$here/corpus/$h" >"$log" 2>&1
   status=$?
-  runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
+  executed=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
   if [ $status -ne 0 ]; then
     failed+=("$h")
-    echo "FAIL $h after ${runs:-?} runs (exit $status); log: $log"
+    echo "FAIL $h after ${executed:-?} runs (exit $status); log: $log"
     grep -E -m 5 'ERROR|SUMMARY|kivo fuzz check failed|Test unit written' "$log"
   else
-    echo "ok   $h: ${runs:-?} runs in ${seconds}s"
+    echo "ok   $h: ${executed:-?} runs within ${seconds}s"
   fi
 done
 if [ ${#failed[@]} -ne 0 ]; then
