@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <limits>
-#include <sstream>
 
 #include <kivo/access/kivoDataAccessor.h>
 #include <kivo/data/kivoDataAssociations.h>
@@ -81,36 +80,14 @@ KIVO_WORD(AccessorTarn::ExternalContent::getRolesSeparator, ";")
 
 #undef KIVO_WORD
 
-std::unique_ptr<Structure> AccessorTarn::deserializeStructure(const std::string& format,
-                                                              const std::string& text,
-                                                              std::string& errors) {
-  const StructureSerializer* serializer = StructureSerializer::formatByName(format);
-  if (!serializer) {
-    Detail::appendMessage(errors, kNoSerializer + format);
-    return nullptr;
-  }
-  // The reader replaces the text it is given: collect its messages apart.
-  std::istringstream input(text);
-  std::string messages;
-  std::unique_ptr<Structure> structure(serializer->read(input, messages));
-  if (!messages.empty()) Detail::appendMessage(errors, messages);
-  return structure;
+const Structure* AccessorTarn::deserializeStructure(const std::string& format,
+                                                   const std::string& text, std::string& errors) {
+  return Detail::readStructurePayload(format, text, errors).release();
 }
 
 bool AccessorTarn::deserializeAssociations(const std::string& format, const std::string& text,
                                            Associations& out, std::string& errors) {
-  const AssociationsSerializer* serializer = AssociationsSerializer::formatByName(format);
-  if (!serializer) {
-    Detail::appendMessage(errors, kNoSerializer + format);
-    return false;
-  }
-  std::istringstream input(text);
-  std::string messages;
-  std::unique_ptr<Associations> associations(serializer->read(input, messages));
-  if (!messages.empty()) Detail::appendMessage(errors, messages);
-  if (!associations) return false;
-  out = *associations;
-  return true;
+  return Detail::readAssociationsPayload(format, text, out, errors);
 }
 
 bool AccessorTarn::truncateFile(const std::string& fileName, uint64_t length) {
@@ -219,3 +196,39 @@ bool AccessorTarn::ExternalContent::readTable(const std::string& fileName, Assoc
 }
 
 }  // namespace kivo::Data
+
+namespace kivo::Detail {
+
+std::unique_ptr<Data::Structure> readStructurePayload(const std::string& format,
+                                                      std::string_view text, std::string& errors) {
+  const Data::StructureSerializer* serializer = Data::StructureSerializer::formatByName(format);
+  if (!serializer) {
+    appendMessage(errors, Data::kNoSerializer + format);
+    return nullptr;
+  }
+  // The reader replaces the text it is given: collect its messages apart.
+  ViewInput input(text);
+  std::string messages;
+  std::unique_ptr<Data::Structure> structure(serializer->read(input, messages));
+  if (!messages.empty()) appendMessage(errors, messages);
+  return structure;
+}
+
+bool readAssociationsPayload(const std::string& format, std::string_view text,
+                             Data::Associations& out, std::string& errors) {
+  const Data::AssociationsSerializer* serializer =
+      Data::AssociationsSerializer::formatByName(format);
+  if (!serializer) {
+    appendMessage(errors, Data::kNoSerializer + format);
+    return false;
+  }
+  ViewInput input(text);
+  std::string messages;
+  std::unique_ptr<Data::Associations> associations(serializer->read(input, messages));
+  if (!messages.empty()) appendMessage(errors, messages);
+  if (!associations) return false;
+  out = *associations;
+  return true;
+}
+
+}  // namespace kivo::Detail

@@ -501,13 +501,11 @@ class MetadataScan {
     if (!splitQuoted(statement, format, text)) return fail(kTokenizingStructure);
     std::string().swap(statement);
     text = Detail::unescapeAsciiPayload(text);
-    std::unique_ptr<Structure> structure =
-        AccessorTarn::deserializeStructure(format, text, *fErrors);
-    if (!structure) {
-      fFailed = true;
-      return;
-    }
-    Detail::keepStructureIfWanted(std::move(structure), fStructures);
+    // Messages that come with a structure fail the read as well.
+    const size_t before = fErrors->size();
+    std::unique_ptr<Structure> structure = Detail::readStructurePayload(format, text, *fErrors);
+    if (!structure || fErrors->size() != before) fFailed = true;
+    if (structure) Detail::keepStructureIfWanted(std::move(structure), fStructures);
   }
 
   void fail(const char* message) {

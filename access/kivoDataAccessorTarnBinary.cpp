@@ -9,12 +9,15 @@
 
 #include <iconv.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <limits>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -51,6 +54,8 @@ constexpr uint64_t kContentAfterSizeField = 8 + kFormTypeSize;
 constexpr uint64_t kFirstTrailerSizePosition = kIdentificationSize + 8;
 constexpr uint64_t kFirstContentPosition = kFirstTrailerSizePosition + kContentAfterSizeField;
 constexpr char kRawFormat[] = "raw";
+// The bytes a text conversion produces at a time.
+constexpr size_t kConversionPiece = 64 * 1024;
 
 constexpr char kFileNotValid[] = "File not valid.";
 constexpr char kNoIdentification[] = "Could not read file identification.";
@@ -175,12 +180,12 @@ bool skipBytes(std::istream& in, uint64_t count) {
 
 // The NUL-terminated strings at the start of data; false when data ends
 // before the last of them is terminated.
-bool splitStrings(const std::string& data, std::string* const* strings, size_t count) {
+bool splitStrings(std::string_view data, std::string_view* const* strings, size_t count) {
   size_t at = 0;
   for (size_t i = 0; i < count; ++i) {
     const size_t nul = data.find('\0', at);
-    if (nul == std::string::npos) return false;
-    strings[i]->assign(data, at, nul - at);
+    if (nul == std::string_view::npos) return false;
+    *strings[i] = data.substr(at, nul - at);
     at = nul + 1;
   }
   return true;
@@ -211,20 +216,12 @@ class Converter {
   iconv_t fHandle;
 };
 
-// The metadata read from the trailer, for associations read after every
-// structure is registered (their streams name structures).
-struct FoundAssociations {
-  std::string name;
-  std::string format;
-  std::string text;
-};
-
 }  // namespace
 }  // namespace kivo::Data
 
 namespace kivo::Detail {
 
-std::string convertString(const std::string& text, eConversionType type, bool* converted) {
+std::string convertString(std::string_view text, eConversionType type, bool* converted) {
   if (converted) *converted = false;
   if (text.empty()) {
     if (converted) *converted = true;
@@ -233,17 +230,33 @@ std::string convertString(const std::string& text, eConversionType type, bool* c
   const bool toUtf8 = type == eConversionType::ToUtf8;
   Data::Converter converter(toUtf8 ? "UTF-8" : "", toUtf8 ? "" : "UTF-8");
   if (!converter.valid()) return std::string();
-  std::vector<char> output(text.size() * 4, '\0');
+  // A result may take up to four bytes for each byte of text; more fails the
+  // conversion. It is made a piece at a time, so that a long text is not
+  // held again in a buffer four times its size.
+  const size_t limit = text.size() > std::numeric_limits<size_t>::max() / 4
+                           ? std::numeric_limits<size_t>::max()
+                           : text.size() * 4;
+  std::string result;
+  result.reserve(text.size());
+  char piece[Data::kConversionPiece];
   char* in = const_cast<char*>(text.data());
   size_t inLeft = text.size();
-  char* out = output.data();
-  size_t outLeft = output.size();
   const size_t failed = static_cast<size_t>(-1);
-  if (::iconv(converter.get(), &in, &inLeft, &out, &outLeft) == failed ||
-      ::iconv(converter.get(), nullptr, nullptr, &out, &outLeft) == failed)
-    return std::string();
-  const size_t produced = output.size() - outLeft;
-  std::string result(output.data(), ::strnlen(output.data(), produced));
+  for (bool flushing = false;;) {
+    char* out = piece;
+    const size_t room = std::min(sizeof piece, limit - result.size());
+    size_t outLeft = room;
+    const size_t status = flushing ? ::iconv(converter.get(), nullptr, nullptr, &out, &outLeft)
+                                   : ::iconv(converter.get(), &in, &inLeft, &out, &outLeft);
+    const bool full = status == failed && errno == E2BIG;
+    if (status == failed && (!full || outLeft == room)) return std::string();
+    result.append(piece, room - outLeft);
+    if (full) continue;
+    if (flushing) break;
+    flushing = true;
+  }
+  const size_t produced = result.size();
+  result.resize(::strnlen(result.data(), produced));
   if (converted) *converted = result.size() == produced;
   return result;
 }
@@ -377,6 +390,22 @@ bool BinaryWriter::writeAssociationsChunk(std::ostream& out, const std::string& 
 namespace kivo::Data {
 namespace {
 
+// A payload's text in the locale's code set, in local: the bytes where they
+// lie when they are all ASCII, which every code set a locale can have keeps
+// as it is; else converted from UTF-8 into storage. False when the
+// conversion fails.
+bool localeText(std::string_view text, std::string& storage, std::string_view& local) {
+  if (std::all_of(text.begin(), text.end(),
+                  [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+    local = text;
+    return true;
+  }
+  bool converted = false;
+  storage = Detail::convertString(text, Detail::eConversionType::FromUtf8, &converted);
+  local = storage;
+  return converted;
+}
+
 // The accessor ------------------------------------------------------------------
 
 class TarnBinaryFileAccessor : public Accessor {
@@ -392,12 +421,13 @@ class TarnBinaryFileAccessor : public Accessor {
                    const std::set<std::string>* associationsNames, std::string& errors) override;
 
  private:
-  bool readTrailer(std::istream& in, const std::set<std::string>* structureNames,
+  bool readTrailer(std::string_view content, const std::set<std::string>* structureNames,
                    const std::set<std::string>* associationsNames, std::string& errors);
+  bool readAssociationsChunk(const std::string& name, std::string_view format,
+                             std::string_view text, std::string& errors);
   bool composeMetadata(std::string& metadata, std::string& errors) const;
   bool positionsHold(std::istream& file, uint64_t length, std::string& errors) const;
-  bool rebuildTrailer(std::istream& file, const std::string& metadata, std::string& content,
-                      std::string& errors) const;
+  bool rebuildTrailer(std::istream& file, std::string& content, std::string& errors) const;
   bool writeTrailer(std::fstream& file, const std::string& content, uint64_t& fileLength,
                     std::string& errors) const;
 
@@ -455,105 +485,94 @@ bool TarnBinaryFileAccessor::performRead(const std::set<std::string>* structureN
     Detail::appendMessage(errors, kChunkHeaderUnread);
     return false;
   }
-  std::istringstream trailer(std::move(content));
-  if (!readTrailer(trailer, structureNames, associationsNames, errors)) return false;
+  if (!readTrailer(content, structureNames, associationsNames, errors)) return false;
   fStamp = stamp;
   return true;
 }
 
-// Walks the trailer content from the stream's position to the trailer-size
-// chunk: registers the wanted structures at once, then reads the wanted
-// associations. Never reads a chunk that does not end before the
-// trailer-size chunk.
-bool TarnBinaryFileAccessor::readTrailer(std::istream& in,
+// Walks the trailer content, the bytes between the trailer group's form
+// type and the trailer-size chunk: registers each wanted structure and reads
+// each wanted associations as its chunk comes, so a stream can name only a
+// structure declared before it. Payloads are converted and read where they
+// lie in content. Never reads a chunk that does not end within content.
+bool TarnBinaryFileAccessor::readTrailer(std::string_view content,
                                          const std::set<std::string>* structureNames,
                                          const std::set<std::string>* associationsNames,
                                          std::string& errors) {
   Detail::WantedNames wantedStructures(structureNames);
   Detail::WantedNames wantedAssociations(associationsNames);
-  std::vector<FoundAssociations> found;
-  std::vector<char> buffer;
-  std::string data;
   bool ok = true;
-  uint64_t position = fTrailerSizePosition + kContentAfterSizeField;
-  const uint64_t end = fTrailerSizeChunkPosition;
-  while (position < end) {
-    if (end - position < kHeaderSize) {
+  for (size_t at = 0; at < content.size();) {
+    const size_t room = content.size() - at;
+    if (room < kHeaderSize) {
       Detail::appendMessage(errors, kChunkHeaderUnread);
       return false;
     }
-    const Detail::ChunkHeader header = Detail::BinaryReader::readChunkHeader(in, buffer);
-    if (!in) {
-      Detail::appendMessage(errors, kChunkHeaderUnread);
-      return false;
-    }
-    const bool isStructure = header.tag == Tags::getMetaDataStructureChunkName();
-    const bool isApply = header.tag == Tags::getApplyNodeMetaDataChunkName() ||
-                         header.tag == Tags::getApplySceneMetaDataChunkName();
+    const std::string_view tag = content.substr(at, 4);
+    const uint64_t size = bigEndian(content.data() + at + 8, 8);
+    const bool isStructure = tag == Tags::getMetaDataStructureChunkName();
+    const bool isApply = tag == Tags::getApplyNodeMetaDataChunkName() ||
+                         tag == Tags::getApplySceneMetaDataChunkName();
     const char* failure =
         isStructure ? kStructureChunkUnread : isApply ? kApplyChunkUnread : kChunkUnskipped;
     uint64_t padded = 0;
-    if (!paddedSizeWithin(header.size, end - position - kHeaderSize, padded)) {
+    if (!paddedSizeWithin(size, room - kHeaderSize, padded)) {
       Detail::appendMessage(errors, failure);
       return false;
     }
-    position += kHeaderSize + padded;
-    if (!isStructure && !isApply) {
-      if (!skipBytes(in, padded)) {
-        Detail::appendMessage(errors, failure);
-        return false;
-      }
-      continue;
-    }
-    std::string name, format, text;
-    std::string* const structureParts[] = {&format, &text};
-    std::string* const applyParts[] = {&name, &format, &text};
-    if (!readBytes(in, header.size, data) || !skipBytes(in, padded - header.size) ||
-        !(isStructure ? splitStrings(data, structureParts, 2)
+    const std::string_view data = content.substr(at + kHeaderSize, static_cast<size_t>(size));
+    at += static_cast<size_t>(kHeaderSize + padded);
+    if (!isStructure && !isApply) continue;
+    std::string_view name, format, text;
+    std::string_view* const structureParts[] = {&format, &text};
+    std::string_view* const applyParts[] = {&name, &format, &text};
+    if (!(isStructure ? splitStrings(data, structureParts, 2)
                       : splitStrings(data, applyParts, 3))) {
       Detail::appendMessage(errors, failure);
       return false;
     }
     if (isStructure) {
-      bool converted = false;
-      text = Detail::convertString(text, Detail::eConversionType::FromUtf8, &converted);
-      if (!converted) {
+      std::string storage;
+      std::string_view local;
+      if (!localeText(text, storage, local)) {
         Detail::appendMessage(errors, kStructureUnconverted);
         ok = false;
-      } else if (std::unique_ptr<Structure> structure =
-                     AccessorTarn::deserializeStructure(format, text, errors)) {
-        Detail::keepStructureIfWanted(std::move(structure), wantedStructures);
       } else {
-        ok = false;
+        // Messages that come with a structure fail the read as well.
+        const size_t before = errors.size();
+        std::unique_ptr<Structure> structure =
+            Detail::readStructurePayload(std::string(format), local, errors);
+        if (!structure || errors.size() != before) ok = false;
+        if (structure) Detail::keepStructureIfWanted(std::move(structure), wantedStructures);
       }
-    } else if (wantedAssociations.take(name)) {
-      bool converted = false;
-      text = Detail::convertString(text, Detail::eConversionType::FromUtf8, &converted);
-      if (converted) {
-        found.push_back({name, format, text});
-      } else {
-        Detail::appendMessage(errors, associationsUnconverted(name));
-        ok = false;
-      }
+    } else {
+      // Every chunk of a wanted node is read, so the last one holds.
+      const std::string target(name);
+      const bool wanted = !associationsNames || associationsNames->count(target) > 0;
+      wantedAssociations.take(target);
+      if (wanted && !readAssociationsChunk(target, format, text, errors)) ok = false;
     }
     if (wantedStructures.exhausted() && wantedAssociations.exhausted()) break;
-  }
-  // The structures are registered now: the streams that name them can be read.
-  for (const FoundAssociations& entry : found) {
-    Associations associations;
-    if (AccessorTarn::deserializeAssociations(entry.format, entry.text, associations, errors)) {
-      this->associations()[entry.name] = associations;
-    } else {
-      ok = false;
-    }
   }
   return ok;
 }
 
+bool TarnBinaryFileAccessor::readAssociationsChunk(const std::string& name,
+                                                   std::string_view format,
+                                                   std::string_view text, std::string& errors) {
+  std::string storage;
+  std::string_view local;
+  if (!localeText(text, storage, local)) {
+    Detail::appendMessage(errors, associationsUnconverted(name));
+    return false;
+  }
+  Associations read;
+  if (!Detail::readAssociationsPayload(std::string(format), local, read, errors)) return false;
+  associations()[name] = read;
+  return true;
+}
+
 bool TarnBinaryFileAccessor::write(std::string& errors) const {
-  // Every payload is serialized and converted before the file is touched.
-  std::string metadata;
-  if (!composeMetadata(metadata, errors)) return false;
   const std::string& name = fileName();
   std::fstream file(name, std::ios::in | std::ios::out | std::ios::binary);
   if (!file.is_open()) {
@@ -566,8 +585,9 @@ bool TarnBinaryFileAccessor::write(std::string& errors) const {
     Detail::appendMessage(errors, kNoSeekContent);
     return false;
   }
+  // Every payload is serialized and converted before the file changes.
   std::string content;
-  if (!rebuildTrailer(file, metadata, content, errors)) return false;
+  if (!rebuildTrailer(file, content, errors)) return false;
   if (content.size() > std::numeric_limits<uint32_t>::max() - kBackwardOffsetExtra) {
     Detail::appendMessage(errors, kTrailerTooLarge);
     return false;
@@ -661,13 +681,15 @@ bool TarnBinaryFileAccessor::positionsHold(std::istream& file, uint64_t length,
 // metadata run, whole and in order. Every old "DATS", "SMTD" and "MTDA" chunk
 // is dropped, also one that stands before the first "DATS" (as a file with
 // associations but no structures has them): keeping those would add one more
-// copy of the same associations with every write. Reads from the trailer content up to the trailer-size chunk and
-// refuses any chunk that does not end before it.
-bool TarnBinaryFileAccessor::rebuildTrailer(std::istream& file, const std::string& metadata,
-                                            std::string& content, std::string& errors) const {
+// copy of the same associations with every write. The new metadata is
+// composed once the old run is passed, before the chunks after it are read.
+// Reads from the trailer content up to the trailer-size chunk and refuses
+// any chunk that does not end before it.
+bool TarnBinaryFileAccessor::rebuildTrailer(std::istream& file, std::string& content,
+                                            std::string& errors) const {
   enum class Phase { Copy, Skip, Rest };
   Phase phase = Phase::Copy;
-  std::string before, after, chunk;
+  std::string before, metadata, after, chunk;
   std::vector<char> buffer;
   uint64_t position = fTrailerSizePosition + kContentAfterSizeField;
   const uint64_t end = fTrailerSizeChunkPosition;
@@ -693,6 +715,10 @@ bool TarnBinaryFileAccessor::rebuildTrailer(std::istream& file, const std::strin
     const bool isMetadata = isStructure || header.tag == Tags::getApplyNodeMetaDataChunkName() ||
                             header.tag == Tags::getApplySceneMetaDataChunkName();
     const bool keep = !isMetadata;
+    if (phase == Phase::Skip && keep) {
+      phase = Phase::Rest;
+      if (!composeMetadata(metadata, errors)) return false;
+    }
     const char* failure = keep                                   ? kChunkBeforeMetadata
                           : (phase == Phase::Copy && isStructure) ? kStructureChunkUnskipped
                                                                   : kMetadataUnskipped;
@@ -709,8 +735,8 @@ bool TarnBinaryFileAccessor::rebuildTrailer(std::istream& file, const std::strin
       target += chunk;
     }
     if (phase == Phase::Copy && isMetadata) phase = Phase::Skip;
-    if (phase == Phase::Skip && keep) phase = Phase::Rest;
   }
+  if (phase != Phase::Rest && !composeMetadata(metadata, errors)) return false;
   content.reserve(before.size() + metadata.size() + after.size());
   content = before + metadata + after;
   return true;

@@ -6,10 +6,12 @@
 #pragma once
 
 #include <cstdint>
-#include <iosfwd>
+#include <istream>
 #include <memory>
 #include <set>
+#include <streambuf>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kivo::Data {
@@ -22,6 +24,51 @@ namespace kivo::Detail {
 // Appends message to errors, on a line of its own: a newline is put in
 // between when errors holds text that does not end with one.
 void appendMessage(std::string& errors, const std::string& message);
+
+// A read-only stream buffer over bytes it does not own, seekable like a
+// string buffer (the raw readers report positions through it): payloads are
+// read where they lie instead of being copied into a string stream first.
+// The bytes must outlive the buffer.
+class ViewBuffer : public std::streambuf {
+ public:
+  explicit ViewBuffer(std::string_view bytes) {
+    // The get area is only read: nothing writes through these pointers.
+    char* begin = const_cast<char*>(bytes.data());
+    setg(begin, begin, begin + bytes.size());
+  }
+
+ protected:
+  pos_type seekoff(off_type offset, std::ios_base::seekdir direction,
+                   std::ios_base::openmode which) override {
+    const off_type size = egptr() - eback();
+    const off_type base = direction == std::ios_base::beg   ? 0
+                          : direction == std::ios_base::cur ? gptr() - eback()
+                                                            : size;
+    if (!(which & std::ios_base::in) || offset < -base || offset > size - base)
+      return pos_type(off_type(-1));
+    setg(eback(), eback() + base + offset, egptr());
+    return pos_type(base + offset);
+  }
+  pos_type seekpos(pos_type position, std::ios_base::openmode which) override {
+    return seekoff(off_type(position), std::ios_base::beg, which);
+  }
+};
+
+// An input stream over a ViewBuffer.
+class ViewInput : private ViewBuffer, public std::istream {
+ public:
+  explicit ViewInput(std::string_view bytes) : ViewBuffer(bytes), std::istream(this) {}
+};
+
+// What AccessorTarn::deserializeStructure does, the new structure owned by
+// the result until the caller registers it and releases it.
+std::unique_ptr<Data::Structure> readStructurePayload(const std::string& format,
+                                                      std::string_view text, std::string& errors);
+
+// What AccessorTarn::deserializeAssociations does, the text read where it
+// lies.
+bool readAssociationsPayload(const std::string& format, std::string_view text,
+                             Data::Associations& out, std::string& errors);
 
 // The names a read still wants: all of them when no set was given, else a
 // copy of the given set from which every name found is erased.
@@ -98,7 +145,9 @@ enum class eConversionType { ToUtf8, FromUtf8 };
 // converter cannot be opened or a character does not convert. converted,
 // when given, is set to whether the whole text converted (a failure, or a
 // result cut at a NUL, sets it false).
-std::string convertString(const std::string& text, eConversionType type, bool* converted = nullptr);
+// The conversion runs through a bounded buffer, so it holds little more
+// than its result.
+std::string convertString(std::string_view text, eConversionType type, bool* converted = nullptr);
 
 // The tag and the data size (padding excluded) of one chunk.
 struct ChunkHeader {

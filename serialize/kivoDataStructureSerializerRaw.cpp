@@ -1,18 +1,20 @@
 #include <kivo/serialize/kivoDataStructureSerializerRaw.h>
 
-#include <iterator>
 #include <locale>
 #include <memory>
 #include <ostream>
 #include <set>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <kivo/data/kivoDataMember.h>
 #include <kivo/data/kivoDataStructure.h>
 #include <kivo/serialize/kivoDataSerializerInitializer.h>
 #include <kivo/serialize/kivoDataSerializerRaw.h>
+
+#include "serialize/kivoRawFields.h"
 
 namespace kivo::Data {
 namespace {
@@ -105,17 +107,25 @@ class FieldReader {
  public:
   FieldReader() : fStructure(Structure::create()) {}
 
-  void readField(std::string field) {
-    if (Raw::collapseWhitespace(field).size() <= 2) return;
-    std::vector<std::string> parts;
-    Raw::splitString(field, Raw::keyword(Raw::kKeyValueSeparator)[0], parts);
-    if (parts.size() != 2) {
+  void readField(std::string_view field) {
+    field = Detail::trimmedView(field);
+    if (field.size() <= 2) return;
+    // Split on '=' as splitString would; only whether there are two parts,
+    // and those two, matter.
+    std::string_view parts[2];
+    size_t count = 0;
+    Detail::forEachField(field, Raw::keyword(Raw::kKeyValueSeparator)[0],
+                         [&](std::string_view part) {
+                           if (count < 2) parts[count] = part;
+                           ++count;
+                         });
+    if (count != 2) {
       fMessages.push_back(noSeparator());
       return;
     }
-    const std::string key = Raw::collapseWhitespace(parts[0]);
-    const std::string value = Raw::collapseWhitespace(parts[1]);
-    if (field.find('\0') != std::string::npos) return fail(holdsNul(field));
+    const std::string key(Detail::trimmedView(parts[0]));
+    const std::string value(Detail::trimmedView(parts[1]));
+    if (field.find('\0') != std::string_view::npos) return fail(holdsNul(std::string(field)));
     if (key == Raw::keyword(Raw::kStructureName)) {
       // An empty name could not be written so that it reads back.
       if (value.empty()) return fail(missingName());
@@ -165,6 +175,23 @@ class FieldReader {
   bool fFailed = false;
 };
 
+// The rest of the input: what its buffer holds already, taken at its exact
+// size, then whatever follows, a piece at a time.
+std::string readAll(std::istream& input) {
+  std::string text;
+  std::streambuf* buffer = input.rdbuf();
+  if (!buffer) return text;
+  const std::streamsize held = buffer->in_avail();
+  if (held > 0) {
+    text.resize(static_cast<size_t>(held));
+    text.resize(static_cast<size_t>(buffer->sgetn(&text[0], held)));
+  }
+  char piece[4096];
+  for (std::streamsize got; (got = buffer->sgetn(piece, sizeof piece)) > 0;)
+    text.append(piece, static_cast<size_t>(got));
+  return text;
+}
+
 const SerializerInitializer<StructureSerializerRaw> registration;
 
 }  // namespace
@@ -177,27 +204,20 @@ const char* StructureSerializerRaw::formatType() const { return Raw::keyword(Raw
 
 Structure* StructureSerializerRaw::read(std::istream& input, std::string& errors) const {
   errors.clear();
-  std::string text;
-  if (std::streambuf* buffer = input.rdbuf()) {
-    // What the buffer holds already is known exactly: take it at once, then
-    // whatever follows.
-    const std::streamsize held = buffer->in_avail();
-    if (held > 0) text.reserve(static_cast<size_t>(held));
-    text.assign(std::istreambuf_iterator<char>(input), {});
-  }
+  std::string text = readAll(input);
   input.setstate(std::ios::eofbit);
 
-  Raw::collapseWhitespace(text);
-  Raw::standardizeSeparators(text);
-  std::vector<std::string> fields;
-  Raw::splitString(text, Raw::keyword(Raw::kFieldSeparator)[0], fields);
-  std::string().swap(text);
-  if (fields.size() < 2) {
+  // Trimmed and separators joined in place, then walked field by field: the
+  // text is held once.
+  Detail::trimBlanks(text);
+  Detail::joinSeparators(text);
+  const char separator = Raw::keyword(Raw::kFieldSeparator)[0];
+  if (Detail::fieldCount(text, separator) < 2) {
     errors = kNoNameOrMember;
     return nullptr;
   }
   FieldReader reader;
-  for (std::string& field : fields) reader.readField(std::move(field));
+  Detail::forEachField(text, separator, [&reader](std::string_view field) { reader.readField(field); });
   return reader.finish(errors);
 }
 

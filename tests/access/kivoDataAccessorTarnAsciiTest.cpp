@@ -155,6 +155,9 @@ TEST_F(TarnAscii, ReadRefusesBadStatementsWithExactMessages) {
        "Could not find serializer for format "},
       {"dataStructure -fmt \"raw\" -as \"name=S\";\n",
        "Structures must have a name and at least one member"},
+      // The reader keeps a structure with only this message; the read fails.
+      {"dataStructure -fmt \"raw\" -as \"name=S:int32=a:float=b=c\";\n",
+       "Member type and name must be separated by '='"},
       // Every bad statement is told, the latest first.
       {"applyMetadata -fmt \"raw\" -v \"one\" \n\t\tn1;\n"
        "applyMetadata -fmt \"raw\" -v \"two\" \n\t\tn2;\n",

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -261,6 +262,8 @@ TEST_F(TarnBinary, ReadRefusesHostileChunksWithExactMessages) {
        "Structures must have a name and at least one member"},
       {"empty structure text", structureChunk(""),
        "Structures must have a name and at least one member"},
+      {"structure with a separator message", structureChunk("name=S:int32=a:float=b=c"),
+       "Member type and name must be separated by '='"},
       {"not UTF-8", structureChunk("name=\xff:int8=a"),
        "Could not convert the text of a data structure chunk from UTF-8."},
       {"associations not UTF-8", applyChunk("MTDA", "n", "caf\xc3"),
@@ -274,6 +277,32 @@ TEST_F(TarnBinary, ReadRefusesHostileChunksWithExactMessages) {
     EXPECT_EQ(Accessor::readFile(path, errors), nullptr);
     EXPECT_EQ(errors, c.errors);
     EXPECT_EQ(readBytes(path), content);
+  }
+}
+
+TEST_F(TarnBinary, ReadTakesEachChunkAsItComes) {
+  // Associations are read where they stand: before the structure their
+  // stream names, that structure is unknown.
+  const std::string early = applyChunk("MTDA", "pCube1", rawText(labelled("cube")));
+  std::string errors;
+  EXPECT_EQ(Accessor::readFile(file(BinaryScene{kScene, early + structureChunk(rawText(*fPoint))}
+                                        .bytes()),
+                               errors),
+            nullptr);
+  EXPECT_EQ(errors.rfind("Structure 'point' not found\n", 0), 0u) << errors;
+
+  // Every chunk of a wanted node is read, selectively or not: the last holds.
+  const std::string path = file(BinaryScene{kScene, metadata("s", "first") +
+                                                        applyChunk("MTDA", "pCube1",
+                                                                   rawText(labelled("second")))}
+                                    .bytes(),
+                                "twice.tb");
+  const std::set<std::string> node{"pCube1"};
+  for (const std::set<std::string>* names : {static_cast<const std::set<std::string>*>(nullptr),
+                                             &node}) {
+    std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
+    ASSERT_TRUE(accessor->read(path, nullptr, names, errors)) << errors;
+    EXPECT_EQ(rawText(accessor->associations().at("pCube1")), rawText(labelled("second")));
   }
 }
 
@@ -478,6 +507,16 @@ TEST_F(TarnBinary, WriteRefusesTextsThatDoNotConvertAndWritesThemInUtf8) {
     EXPECT_FALSE(accessor->write(errors));
     EXPECT_EQ(errors, c.errors);
     EXPECT_EQ(readBytes(path), content);
+  }
+  {
+    // The file is opened, and its old trailer walked, before a payload is.
+    const std::string gone = file(content, "gone.tb");
+    std::unique_ptr<Accessor> accessor = readOk(gone);
+    accessor->associations()["pCube1"] = labelled(label);
+    ASSERT_EQ(std::remove(gone.c_str()), 0);
+    std::string errors;
+    EXPECT_FALSE(accessor->write(errors));
+    EXPECT_EQ(errors, "Could not open " + gone + " for writing.");
   }
   kivo::Test::CodeSet utf8("C.UTF-8");
   if (!utf8.set()) GTEST_SKIP() << "no C.UTF-8 locale";

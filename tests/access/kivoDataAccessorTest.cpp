@@ -232,12 +232,14 @@ TEST(AccessorTarnPayload, DeserializesByFormatNameOnly) {
   EXPECT_EQ(out.channelCount(), 1u);
 
   errors.clear();
-  std::unique_ptr<Structure> s =
-      AccessorTarn::deserializeStructure("raw", "name=S:int32=a", errors);
+  const uint64_t alive = Structure::_objectsAlive;
+  const Structure* s = AccessorTarn::deserializeStructure("raw", "name=S:int32=a", errors);
   ASSERT_NE(s, nullptr);
   EXPECT_EQ(errors, "");
   EXPECT_EQ(s->refCount(), 0);
   EXPECT_EQ(Structure::structureByName("S"), nullptr);
+  { kivo::Detail::Ref<const Structure> owner(s); }  // the caller's ref() and unref()
+  EXPECT_EQ(Structure::_objectsAlive, alive);
 }
 
 TEST(AccessorTarnTruncate, CutsToTheLengthAndRefusesLengthsPastTheOffsetRange) {

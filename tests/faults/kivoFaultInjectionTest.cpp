@@ -599,9 +599,18 @@ TEST_F(ReadMemory, SizeFieldsDoNotDriveAllocations) {
        binaryScene(kivo::Test::chunkHeader("HOST", uint64_t(1) << 63))},
       {"associations chunk claiming its trailer and more", "tb",
        binaryScene(kivo::Test::chunkHeader("MTDA", 1u << 30) + std::string(4096, 'x'))},
+      {"one long associations payload that is no associations text", "tb",
+       binaryScene(chunk("MTDA", std::string("node\0raw\0", 9) + std::string(3000000, 'v') +
+                                     std::string(1, '\0')))},
+      {"one long structure payload that is no structure text", "tb",
+       binaryScene(chunk("DATS", std::string("raw\0", 4) + std::string(3000000, 'v') +
+                                     std::string(1, '\0')))},
       {"one unterminated statement", "ta",
        asciiBody(100) + "applyMetadata -fmt \"raw\" -v \"" + std::string(3000000, 'v') + "\n" +
            kAsciiTrailer},
+      {"one long structure payload that is no structure text", "ta",
+       asciiBody(100) + "dataStructure -fmt \"raw\" -as \"" + std::string(3000000, 'v') +
+           "\";\n" + kAsciiTrailer},
       {"one long payload that is no associations text", "ta",
        asciiBody(100) + "applyMetadata -fmt \"raw\" -v \"" + std::string(3000000, 'v') +
            "\"\n\t\tnode;\n" + kAsciiTrailer},

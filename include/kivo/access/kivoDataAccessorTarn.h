@@ -9,7 +9,6 @@
 #include <kivo/kivoExport.h>
 
 #include <cstdint>
-#include <memory>
 #include <set>
 #include <string>
 
@@ -29,13 +28,14 @@ class KIVO_EXPORT AccessorTarn {
   static const std::string& getSceneAssociationsName();
 
   // Reads a structure from text with the structure serializer registered as
-  // format. Returns the new structure, unregistered and unreferenced (the
-  // unique_ptr owns it until the caller registers it and releases it), or
-  // null with the messages appended to errors ("Could not find serializer
-  // for format NAME" when no such format exists).
-  static std::unique_ptr<Structure> deserializeStructure(const std::string& format,
-                                                         const std::string& text,
-                                                         std::string& errors);
+  // format. Returns the new structure, unregistered and with a reference
+  // count of 0: the caller owns it, and either registers it or destroys it
+  // (one ref() and one unref()). Null when the text gives no structure, or
+  // when no such format exists ("Could not find serializer for format
+  // NAME"); the reader's messages are appended to errors, also those that
+  // come with a structure.
+  static const Structure* deserializeStructure(const std::string& format, const std::string& text,
+                                               std::string& errors);
   // Reads associations from text with the associations serializer registered
   // as format and, on success only, assigns them to out. False, with the
   // messages appended to errors, otherwise.
