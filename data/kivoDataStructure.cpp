@@ -4,6 +4,9 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <string_view>
+#include <unordered_set>
+#include <utility>
 
 #include <kivo/support/kivoDebugFootprint.h>
 #include <kivo/support/kivoDebugPrint.h>
@@ -45,7 +48,17 @@ std::string hexLine(const unsigned char* bytes, uint64_t available) {
 // A block of size bytes that deletes itself unless released.
 std::unique_ptr<char[]> newBlock(uint64_t size) { return std::unique_ptr<char[]>(new char[size]); }
 
+// From this many members on, a repeated name is looked up in an index
+// rather than by walking the members.
+constexpr uint32_t kIndexedMembers = 32;
+
 }  // namespace
+
+struct Structure::MemberNames {
+  // Views of the members' own name strings, which stay where they are when
+  // the member array grows.
+  std::unordered_set<std::string_view> names;
+};
 
 const char* const Structure::kDefaultName = "structure";
 
@@ -92,6 +105,7 @@ Structure& Structure::operator=(const Structure& other) {
   clear();
   fMembers = std::move(members);
   fMemberCount = other.fMemberCount;
+  fMemberCapacity = other.fMemberCount;
   fTotalSize = other.fTotalSize;
   fDefaultData = std::move(defaults);
   fDefaultSize = fDefaultData ? other.fDefaultSize : 0;
@@ -128,29 +142,67 @@ bool Structure::operator==(const Structure& other) const {
 
 bool Structure::addMember(Member::eDataType type, unsigned int length, const char* name) {
   if (type >= Member::kInvalidType || length == 0 || !name || !*name) return false;
-  for (uint32_t i = 0; i < fMemberCount; ++i) {
-    if (std::strcmp(fMembers[i].fName, name) == 0) return false;
-  }
+  if (hasMemberNamed(name)) return false;
   // The layout arithmetic is 32-bit: a field that does not fit, or an element
   // past the size limit, would make every later block copy overrun.
   const uint64_t bytes = uint64_t(Member::typeSize(type)) * length;
   if (bytes > 0xFFFFFFFFu) return false;
   uint64_t end = 0;
-  for (uint32_t i = 0; i < fMemberCount; ++i) {
-    end = fMembers[i].fOffset + uint64_t(Member::typeSize(fMembers[i].fType)) * fMembers[i].fLength;
+  if (fMemberCount > 0) {
+    const Member& last = fMembers[fMemberCount - 1];
+    end = last.fOffset + uint64_t(Member::typeSize(last.fType)) * last.fLength;
   }
   const uint64_t offset = fMemberCount ? roundUp(end, Member::typeAlignment(type)) : 0;
   const Member::eDataType first = fMemberCount ? fMembers[0].fType : type;
   if (roundUp(offset + bytes, Member::typeAlignment(first)) > kMaxElementSize) return false;
 
-  std::unique_ptr<Member[]> members(new Member[fMemberCount + 1]);
-  for (uint32_t i = 0; i < fMemberCount; ++i) members[i] = fMembers[i];
-  members[fMemberCount] = Member(type, length, name);
+  // Everything that allocates comes before the first change.
+  Member added(type, length, name, offset);
+  if (fMemberCount == fMemberCapacity) growMembers();
+  if (fMemberNames) fMemberNames->names.insert(added.fName);
   objectChanged();
-  fMembers = std::move(members);
+  Member& slot = fMembers[fMemberCount];
+  slot.fType = added.fType;
+  slot.fLength = added.fLength;
+  slot.fOffset = added.fOffset;
+  std::swap(slot.fName, added.fName);
   ++fMemberCount;
-  layout();
+  fTotalSize = roundUp(offset + bytes, Member::typeAlignment(first));
   return true;
+}
+
+// True when a member has this name: the members are walked while they are
+// few; from kIndexedMembers on, the index answers (built on first need).
+bool Structure::hasMemberNamed(const char* name) {
+  if (fMemberCount < kIndexedMembers) {
+    for (uint32_t i = 0; i < fMemberCount; ++i) {
+      if (std::strcmp(fMembers[i].fName, name) == 0) return true;
+    }
+    return false;
+  }
+  if (!fMemberNames) {
+    std::unique_ptr<MemberNames> index(new MemberNames);
+    index->names.reserve(fMemberCount * 2);
+    for (uint32_t i = 0; i < fMemberCount; ++i) index->names.insert(fMembers[i].fName);
+    fMemberNames = std::move(index);
+  }
+  return fMemberNames->names.count(name) > 0;
+}
+
+// Doubles the member array; the members move over with their own names.
+void Structure::growMembers() {
+  const uint32_t capacity = fMemberCapacity ? fMemberCapacity * 2 : 4;
+  std::unique_ptr<Member[]> members(new Member[capacity]);
+  for (uint32_t i = 0; i < fMemberCount; ++i) {
+    Member& from = fMembers[i];
+    Member& to = members[i];
+    to.fType = from.fType;
+    to.fLength = from.fLength;
+    to.fOffset = from.fOffset;
+    std::swap(to.fName, from.fName);
+  }
+  fMembers = std::move(members);
+  fMemberCapacity = capacity;
 }
 
 uint64_t Structure::totalSize() const {
@@ -315,8 +367,10 @@ void Structure::clear() {
   }
   fDefaultData.reset();
   fDefaultSize = 0;
+  fMemberNames.reset();
   fMembers.reset();
   fMemberCount = 0;
+  fMemberCapacity = 0;
   fTotalSize = 0;
 }
 
@@ -387,7 +441,7 @@ bool Structure::Debug(const Structure* structure, kivo::Debug::Footprint& footpr
   footprint.addObject(structure, sizeof(Structure));
   if (structure->fName) footprint.addMember(structure->fName, std::strlen(structure->fName) + 1);
   if (structure->fMemberCount > 0) {
-    footprint.addMember(structure->fMembers.get(), sizeof(Member) * structure->fMemberCount);
+    footprint.addMember(structure->fMembers.get(), sizeof(Member) * structure->fMemberCapacity);
     for (uint32_t i = 0; i < structure->fMemberCount; ++i) {
       const char* name = Member::name(&structure->fMembers[i]);
       if (name) footprint.addMember(name, std::strlen(name) + 1);

@@ -457,6 +457,44 @@ TEST(AllocationFailure, StructureTextNeverLosesAField) {
   }
 }
 
+TEST(AllocationFailure, ManyMembersCostAllocationsInProportion) {
+  // Past the few members that are walked, repeated names are found through
+  // an index; a failure while it or the member array grows loses nothing.
+  const auto text = [](unsigned int members) {
+    std::string text = "name=S";
+    for (unsigned int i = 0; i < members; ++i) text += ":int8=m" + std::to_string(i);
+    return text;
+  };
+  const auto read = [](const std::string& text, uint64_t failAt) {
+    std::istringstream in(text);
+    std::string errors;
+    Faults::ArmedAllocations armed(failAt);
+    kivo::Detail::Ref<Structure> structure(
+        kivo::Data::StructureSerializer::formatByName("raw")->read(in, errors));
+    Faults::disarmAllocations();
+    return structure ? structure->memberCount() : 0u;
+  };
+  const std::string forty = text(40);
+  EXPECT_EQ(read(forty, 0), 40u);
+  const uint64_t allocations = Faults::disarmAllocations();
+  const uint64_t alive = Structure::_objectsAlive;
+  for (uint64_t k = 1; k <= allocations; ++k) {
+    SCOPED_TRACE("allocation " + std::to_string(k));
+    try {
+      const unsigned int members = read(forty, k);
+      EXPECT_TRUE(members == 0 || members == 40) << members;
+    } catch (const std::bad_alloc&) {
+    }
+    EXPECT_EQ(Structure::_objectsAlive, alive);
+  }
+  // Each member costs a few allocations, not one per member before it.
+  const unsigned int many = 20000;
+  EXPECT_EQ(read(text(many), 0), many);
+  const uint64_t manyAllocations = Faults::disarmAllocations();
+  EXPECT_LE(manyAllocations, 8u * many);
+  EXPECT_GE(manyAllocations, uint64_t(many));
+}
+
 using FaultyWrite = FaultTest;
 using FaultyRead = FaultTest;
 using ReadMemory = FaultTest;

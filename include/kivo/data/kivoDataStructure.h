@@ -60,7 +60,9 @@ class KIVO_EXPORT Structure : public RefCounted, public Checkpointed {
   bool operator==(const Structure& other) const;
   bool operator!=(const Structure& other) const { return !(*this == other); }
 
-  // Appends a member and lays the structure out again. Returns false,
+  // Appends a member and places it after the last one (the array grows
+  // geometrically, so building a structure of n members costs about n steps).
+  // Returns false,
   // changing nothing, for an invalid type, length 0, a null or empty name, a
   // name already present (case-sensitive), a member whose byte size (type
   // size x length) does not fit in 32 bits, or one that would make an element
@@ -130,14 +132,22 @@ class KIVO_EXPORT Structure : public RefCounted, public Checkpointed {
  private:
   friend class StructureIterator;
 
+  // The names of the members once there are many, for addMember's check.
+  struct MemberNames;
+
   void layout();
   void clear();
+  bool hasMemberNamed(const char* name);
+  void growMembers();
 
+  // fMemberCount members in use, fMemberCapacity in the array.
   std::unique_ptr<Member[]> fMembers;
+  std::unique_ptr<MemberNames> fMemberNames;
   mutable std::unique_ptr<char[]> fDefaultData;
   char* fName = nullptr;
   uint64_t fTotalSize = 0;
   uint32_t fMemberCount = 0;
+  uint32_t fMemberCapacity = 0;
   bool fBeingDestroyed = false;
   // Byte size of the default block when it was built.
   mutable uint64_t fDefaultSize = 0;
