@@ -75,6 +75,11 @@ std::string badNodeName(const std::string& name) {
   return "The node name \"" + name + "\" cannot be written as an applyMetadata target.";
 }
 
+std::string backslashInStructure(const char* name) {
+  return std::string("The structure \"") + name +
+         "\" holds a backslash, which its dataStructure statement cannot keep.";
+}
+
 bool startsWith(const std::string& text, const std::string& prefix, size_t at = 0) {
   return text.size() >= at + prefix.size() && text.compare(at, prefix.size(), prefix) == 0;
 }
@@ -662,8 +667,6 @@ bool TarnAsciiFileAccessor::performRead(const std::set<std::string>* structureNa
 }
 
 bool TarnAsciiFileAccessor::write(std::string& errors) const {
-  std::vector<Statement> statements;
-  if (!composeSection(statements, errors)) return false;
   const std::string& name = fileName();
   std::fstream file(name, std::ios::in | std::ios::out | std::ios::binary);
   if (!file.is_open()) {
@@ -723,14 +726,19 @@ bool TarnAsciiFileAccessor::write(std::string& errors) const {
       Detail::appendMessage(errors, kCouldNotReadFileTrailer);
       return false;
   }
+  // Every statement is composed before the file changes.
+  std::vector<Statement> statements;
+  if (!composeSection(statements, errors)) return false;
   file.clear();
   if (!file.seekp(metadataStart)) {
     Detail::appendMessage(errors, kCouldNotSeekMetadataStart);
     return false;
   }
-  // From here on the file changes.
+  // From here on the file changes. Each statement is flushed before the
+  // next, so that a failing write is reported by the statement that made it.
   for (const Statement& statement : statements) {
-    if (!file.write(statement.text.data(), static_cast<std::streamsize>(statement.text.size()))) {
+    if (!file.write(statement.text.data(), static_cast<std::streamsize>(statement.text.size())) ||
+        !file.flush()) {
       Detail::appendMessage(errors, statement.failure);
       return false;
     }
@@ -751,15 +759,22 @@ bool TarnAsciiFileAccessor::write(std::string& errors) const {
   return true;
 }
 
-// Serializes every statement before the file is touched: a structure or
+// Serializes every statement before the file changes: a structure or
 // associations that cannot be written, or a node name that could not be
-// read back, refuses the whole write.
+// read back, or a structure text with a backslash, refuses the whole write.
 bool TarnAsciiFileAccessor::composeSection(std::vector<Statement>& statements,
                                            std::string& errors) const {
   if (const StructureSerializer* serializer = StructureSerializer::formatByName(kRawFormat)) {
     for (const Structure* structure : structures()) {
       std::ostringstream text;
       if (serializer->write(*structure, text) != 0 || !text) {
+        Detail::appendMessage(errors, kStructureNotWritten);
+        return false;
+      }
+      // The statement escapes only the line feed of a structure text, and
+      // the reader takes every backslash as an escape.
+      if (text.str().find('\\') != std::string::npos) {
+        Detail::appendMessage(errors, backslashInStructure(structure->name()));
         Detail::appendMessage(errors, kStructureNotWritten);
         return false;
       }

@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cstdio>
 #include <utility>
 #include <memory>
 #include <string>
@@ -508,6 +509,30 @@ TEST_F(TarnAscii, WriteRefusesFilesItCannotRewriteSafely) {
                           "Could not write node associations statement to file.");
     EXPECT_EQ(readBytes(path), content);
   }
+  // A backslash in a structure text would read back as an escape.
+  for (const auto& names : {std::make_pair("dir\\new", "id"), std::make_pair("S", "a\\tb")}) {
+    SCOPED_TRACE(names.first);
+    const std::string content = asciiBody(100) + metadata + kAsciiTrailer;
+    const std::string path = file(content);
+    std::unique_ptr<Accessor> accessor = readOk(path);
+    kivo::Detail::Ref<Structure> structure(new Structure(names.first));
+    structure->addMember(Member::kInt32, 1, names.second);
+    accessor->setStructures({structure.get()});
+    std::string errors;
+    EXPECT_FALSE(accessor->write(errors));
+    EXPECT_EQ(errors, std::string("The structure \"") + names.first +
+                          "\" holds a backslash, which its dataStructure statement cannot keep.\n"
+                          "Could not write structure chunk to file.");
+    EXPECT_EQ(readBytes(path), content);
+  }
+  // The file is opened and its section found before a statement is composed.
+  const std::string path = file(asciiBody(100) + kAsciiTrailer, "gone.ta");
+  std::unique_ptr<Accessor> accessor = readOk(path);
+  accessor->associations()["two words"] = Associations();
+  ASSERT_EQ(std::remove(path.c_str()), 0);
+  std::string errors;
+  EXPECT_FALSE(accessor->write(errors));
+  EXPECT_EQ(errors, "Could not open " + path + " for writing.");
 }
 
 TEST_F(TarnAscii, HostileFilesGetAMessageAndStayUnchanged) {

@@ -83,6 +83,7 @@ const char* const kAsciiWriteMessages[] = {
     "Could not seek to the last metadata block.",
     "Could not seek to trailer start.",
     "Could not truncate the file.",
+    "Could not write node associations statement to file.",
     "Could not write scene associations statement to file.",
     "Could not write structure chunk to file.",
     "Failed reading line while searching metadata end.",
