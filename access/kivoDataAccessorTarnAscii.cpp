@@ -334,10 +334,11 @@ struct FoundAssociations {
   std::string text;
 };
 
-// The bytes of a line met from its end. They are kept in chunks of fixed
-// size, so that a long line holds little more than its length while it
-// grows (a doubling string may hold twice as much), and are turned around
-// into one string of the exact length when the line is whole.
+// Text met from its end: the bytes of a line, or the lines of a statement.
+// They are kept in chunks of fixed size, so that a long text holds little
+// more than its length while it grows (a doubling string may hold twice as
+// much), and are turned around into one string of the exact length when the
+// text is whole.
 class ReversedLine {
  public:
   void push(char c) {
@@ -347,6 +348,13 @@ class ReversedLine {
     }
     fChunks.back().push_back(c);
   }
+
+  // Puts text, met whole, before what was pushed so far.
+  void pushText(const std::string& text) {
+    for (auto c = text.rbegin(); c != text.rend(); ++c) push(*c);
+  }
+
+  bool empty() const { return fChunks.empty() || fChunks.front().empty(); }
 
   // The line in reading order; the buffer is empty again, its first chunk
   // kept for the next line.
@@ -431,28 +439,19 @@ class MetadataScan {
     if (startsWith(line, "//", at)) return;
     if (line.back() == ';') endStatement();
     if (fStopped) return;
-    fLines.push_back(std::move(line));
+    // The statement's lines go into one buffer as they come, so that many
+    // short lines cost their bytes and not a string each.
+    if (!fStatement.empty()) fStatement.push('\n');
+    fStatement.pushText(line);
     fStatementStart = start;
   }
 
-  // A statement of one line is taken as it is; the lines of a longer one
-  // are joined into one string of the exact length. Never called once the
-  // scan has stopped: takeBlock returns at the line that stopped it.
+  // The statement's lines joined by line feeds, in one string of the exact
+  // length. Never called once the scan has stopped: takeBlock returns at the
+  // line that stopped it.
   void endStatement() {
-    if (fLines.empty()) return;
-    std::string statement;
-    if (fLines.size() == 1) {
-      statement = std::move(fLines.front());
-    } else {
-      size_t length = 0;
-      for (const std::string& line : fLines) length += line.size() + 1;
-      statement.reserve(length);
-      for (auto line = fLines.rbegin(); line != fLines.rend(); ++line) {
-        if (!statement.empty()) statement += '\n';
-        statement += *line;
-      }
-    }
-    fLines.clear();
+    if (fStatement.empty()) return;
+    std::string statement = fStatement.take();
     handle(statement);
   }
 
@@ -524,8 +523,8 @@ class MetadataScan {
   Detail::WantedNames fAssociations;
   std::string* fErrors;
   ReversedLine fReversedLine;
-  // The lines of the statement being assembled, the latest first.
-  std::vector<std::string> fLines;
+  // The statement being assembled, from its end.
+  ReversedLine fStatement;
   int64_t fStatementStart = 0;
   int64_t fFirstBlock = 0;
   int64_t fLastBlock = 0;
