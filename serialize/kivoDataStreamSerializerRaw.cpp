@@ -373,11 +373,8 @@ int StreamSerializerRaw::write(const Stream& stream, std::ostream& output,
       continue;
     }
     flushTo(output, buffer);
-    if (index.isComplex()) {
-      output << index.asString() << '\n';
-    } else {
-      output << index.index() << '\n';
-    }
+    // The index text, in decimal whatever the stream's flags.
+    output << index.asString() << '\n';
     for (unsigned int member = 0; member < members; ++member) {
       if (member > 0) output << ' ';
       if (handle.setPositionByMemberIndex(member)) {

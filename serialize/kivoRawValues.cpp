@@ -91,11 +91,19 @@ void recover(std::istream& input) {
   }
 }
 
+// Integers in plain decimal whatever the stream's base and sign flags (a
+// value written in hexadecimal or octal would read back as another one);
+// floating-point values with the stream's own settings.
 template <class T, class Shown>
 void writeNumbers(std::ostream& output, const char* values, unsigned int count) {
   for (unsigned int i = 0; i < count; ++i) {
     if (i > 0) output << ' ';
-    output << static_cast<Shown>(load<T>(values + i * sizeof(T)));
+    const Shown value = static_cast<Shown>(load<T>(values + i * sizeof(T)));
+    if constexpr (std::is_integral_v<Shown>) {
+      output << std::to_string(value);
+    } else {
+      output << value;
+    }
   }
 }
 

@@ -27,6 +27,7 @@
 #include <vector>
 
 #include "support/kivoFastText.h"
+#include "support/kivoOwnership.h"
 
 namespace {
 
@@ -183,6 +184,43 @@ TEST_F(StreamRawFastWrite, EveryOutputStateIsHonoured) {
     SCOPED_TRACE(name);
     expectSame(writeWith(false, *stream, prepare), writeWith(true, *stream, prepare));
   }
+}
+
+TEST_F(StreamRawFastWrite, IndicesAndIntegersStayDecimalWhateverTheFlags) {
+  // Written in another base they would read back as other values; the
+  // floating-point values keep the stream's settings and read back alike.
+  kivo::Detail::Ref<Structure> s(new Structure("Ints"));
+  s->addMember(Member::kInt8, 2, "small");
+  s->addMember(Member::kUInt64, 1, "big");
+  s->addMember(Member::kInt32, 1, "negative");
+  s->addMember(Member::kFloat, 1, "x");
+  ASSERT_TRUE(Structure::registerStructure(*s));
+  auto stream = std::make_unique<Stream>(*s, "ints");
+  Handle h(*s);
+  std::string errors;
+  for (unsigned int m = 0; m < 4; ++m) {
+    h.setPositionByMemberIndex(m);
+    h.fromStr(m == 0 ? "-100" : m == 1 ? "18446744073709551615" : m == 2 ? "-123456" : "1.5", 0,
+              errors);
+  }
+  stream->setElement(Index(255), h);
+  stream->setElement(Index(10), h);
+  const std::string plain = writeWith(true, *stream, [](std::ostream&) {}).text;
+  using Prepare = void (*)(std::ostream&);
+  const std::pair<const char*, Prepare> states[] = {
+      {"hex", [](std::ostream& o) { o << std::hex << std::showbase; }},
+      {"oct", [](std::ostream& o) { o << std::oct; }},
+      {"showpos", [](std::ostream& o) { o << std::showpos; }},
+  };
+  for (const auto& [name, prepare] : states) {
+    SCOPED_TRACE(name);
+    std::istringstream in(writeWith(true, *stream, prepare).text);
+    std::unique_ptr<Stream> back(raw().read(in, errors));
+    ASSERT_NE(back, nullptr) << errors;
+    EXPECT_EQ(writeWith(true, *back, [](std::ostream&) {}).text, plain);
+  }
+  stream.reset();
+  Structure::deregisterStructure(*s);
 }
 
 // Accepts the first limit bytes, then refuses every further byte.
