@@ -6,6 +6,7 @@
 #include <limits>
 #include <locale>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <typeinfo>
@@ -238,7 +239,9 @@ class StreamReader {
 
   void readElements(Stream& stream) {
     // One handle carries every element into the stream, which copies it.
-    Handle handle(*fStructure);
+    // It is made at the first element: a stream without elements allocates
+    // no element block, however large the structure's elements are.
+    std::optional<Handle> element;
     while (fPending || nextLine()) {
       fPending = false;
       if (fLine.empty()) continue;
@@ -253,6 +256,8 @@ class StreamReader {
         }
       }
       ++fRecord;
+      if (!element) element.emplace(*fStructure);
+      Handle& handle = *element;
       if (!readDataLineStrict(handle)) {
         fCount +=
             StreamSerializerRaw::readStructure(*fStructure, fInput, fRecord, handle, fMessages);

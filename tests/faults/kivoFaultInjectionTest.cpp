@@ -19,6 +19,7 @@
 #include <kivo/data/kivoDataStreamImplDense.h>
 #include <kivo/data/kivoDataStructure.h>
 #include <kivo/serialize/kivoDataAssociationsSerializer.h>
+#include <kivo/serialize/kivoDataStreamSerializer.h>
 #include <kivo/serialize/kivoDataStructureSerializer.h>
 
 #include <gtest/gtest.h>
@@ -679,6 +680,27 @@ TEST_F(ReadMemory, SizeFieldsDoNotDriveAllocations) {
     std::cout << "[ memory   ] " << c.what << ": " << c.content.size() << "-byte file, " << bytes
               << " bytes held at the peak" << std::endl;
   }
+}
+
+TEST_F(ReadMemory, AStreamWithoutElementsReadsNoElement) {
+  // A structure of 64 MiB elements declared in a few bytes: a stream on it
+  // holds the structure's default block and its own default element, and
+  // reading one without elements makes no third block.
+  kivo::Detail::Ref<Structure> big(new Structure("Big"));
+  ASSERT_TRUE(big->addMember(kivo::Data::Member::kInt8, 64u << 20, "b"));
+  ASSERT_TRUE(Structure::registerStructure(*big));
+  std::istringstream in("name s\nstructure Big\nendStream\n");
+  std::string errors;
+  uint64_t bytes = 0;
+  {
+    Faults::ArmedAllocations armed(0);
+    std::unique_ptr<Stream> stream(
+        kivo::Data::StreamSerializer::formatByName("raw")->read(in, errors));
+    EXPECT_NE(stream, nullptr) << errors;
+    bytes = Faults::peakBytes();
+  }
+  EXPECT_LT(bytes, (129u << 20));
+  Structure::deregisterStructure(*big);
 }
 
 TEST_F(ReadMemory, CorpusScenesAllocateAtMostTwiceTheirBytesAndOneMebibyte) {
