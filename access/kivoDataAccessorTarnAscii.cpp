@@ -27,9 +27,9 @@ namespace {
 using Words = AccessorTarn::Ascii;
 
 constexpr int64_t kBlockSize = 1024;
-// A header line is short; a longer first line is cut here and then refused.
-constexpr size_t kMaxHeaderLine = 4096;
 constexpr char kHeaderEnd[] = " scene";
+// The header line is read this many bytes at a time.
+constexpr size_t kHeaderPiece = 256;
 constexpr size_t kYearDigits = 4;  // "2014" in the shortest header
 constexpr long kFirstSupportedYear = 2014;
 constexpr char kRawFormat[] = "raw";
@@ -105,37 +105,59 @@ int64_t blockOf(int64_t size, int64_t position) {
 // ending in " scene"; a trailing carriage return is ignored. False with the
 // message otherwise.
 bool checkHeader(std::istream& in, std::string& message) {
-  std::string line;
+  const std::string start = Words::getHeaderPrefix() + " ";
+  const std::string end = kHeaderEnd;
+  // The checks look at the first and the last characters of the line only:
+  // those are kept, however long the line is (one more at the end for a
+  // carriage return).
+  const size_t headSize = start.size() + kYearDigits;
+  const size_t tailSize = end.size() + 1;
+  std::string head, tail;
+  uint64_t length = 0;
   bool readAny = false;
-  char c;
-  while (line.size() < kMaxHeaderLine && in.get(c)) {
+  // Read in pieces: the stream may be unbuffered. What follows the line
+  // feed is read too and ignored; the caller seeks afterwards.
+  char piece[kHeaderPiece];
+  for (bool ended = false; !ended;) {
+    in.read(piece, sizeof piece);
+    const std::streamsize got = in.gcount();
+    if (got <= 0) break;
     readAny = true;
-    if (c == '\n') break;
-    line += c;
+    for (std::streamsize i = 0; i < got && !ended; ++i) {
+      const char c = piece[i];
+      ended = c == '\n';
+      if (ended) break;
+      if (head.size() < headSize) head += c;
+      if (tail.size() == tailSize) tail.erase(0, 1);
+      tail += c;
+      ++length;
+    }
+    if (!in) break;
   }
   if (!readAny) {
     message = kErrorReadingHeader;
     return false;
   }
-  if (!line.empty() && line.back() == '\r') line.pop_back();
-  const std::string start = Words::getHeaderPrefix() + " ";
-  const std::string end = kHeaderEnd;
-  if (line.size() < start.size() + kYearDigits + end.size()) {
+  if (!tail.empty() && tail.back() == '\r') {
+    tail.pop_back();
+    --length;
+    if (head.size() > length) head.resize(static_cast<size_t>(length));
+  }
+  if (length < start.size() + kYearDigits + end.size()) {
     message = kHeaderTooSmall;
     return false;
   }
-  if (!startsWith(line, start)) {
+  if (!startsWith(head, start)) {
     message = kUnexpectedHeaderStart;
     return false;
   }
-  if (!startsWith(line, end, line.size() - end.size())) {
+  if (!startsWith(tail, end, tail.size() - end.size())) {
     message = kUnexpectedHeaderEnd;
     return false;
   }
   long year = 0;
-  for (size_t i = start.size(); i < start.size() + kYearDigits && line[i] >= '0' && line[i] <= '9';
-       ++i)
-    year = year * 10 + (line[i] - '0');
+  for (size_t i = start.size(); i < headSize && head[i] >= '0' && head[i] <= '9'; ++i)
+    year = year * 10 + (head[i] - '0');
   if (year < kFirstSupportedYear) {
     message = kUnsupportedYear;
     return false;

@@ -118,6 +118,10 @@ TEST_F(TarnAscii, HeaderRefusesWithExactMessages) {
       {"//Tarn ASCII 2013 scene\n", "Unsupported year."},
       {"//Tarn ASCII x2020 scene\n", "Unsupported year."},
       {"//Tarn ASCII 201: scene\n", "Unsupported year."},
+      // The whole first line counts, however long it is.
+      {"//Tarn ASCII 2014 " + std::string(5000, 'x') + " scene" + std::string(3000, 'y') + "\n",
+       "Unexpected header end."},
+      {"//Tarn ASCII 2014 scene\r\r\n", "Unexpected header end."},
   };
   for (const Refused& c : cases) {
     SCOPED_TRACE(c.content);
@@ -128,9 +132,11 @@ TEST_F(TarnAscii, HeaderRefusesWithExactMessages) {
     EXPECT_EQ(errors, c.errors);
     EXPECT_FALSE(accessor->isFileSupported(path));
   }
-  for (const char* header : {"//Tarn ASCII 2014 scene\n", "//Tarn ASCII 2014 scene\r\n",
-                             "//Tarn ASCII 2025 big scene"}) {
-    SCOPED_TRACE(header);
+  for (const std::string& header :
+       {std::string("//Tarn ASCII 2014 scene\n"), std::string("//Tarn ASCII 2014 scene\r\n"),
+        std::string("//Tarn ASCII 2025 big scene"),
+        "//Tarn ASCII 2014 " + std::string(5000, 'x') + " scene\r\n"}) {
+    SCOPED_TRACE(header.substr(0, 40));
     const std::string path = file(header);
     EXPECT_TRUE(Accessor::accessorByExtension(path)->isFileSupported(path));
     readOk(path);

@@ -110,11 +110,12 @@ const char* const kBinaryWriteMessages[] = {
     "The chunk sizes of FILE do not describe its trailer as this accessor found it; the file "
     "is left unchanged.",
 };
-// The header is read a byte at a time: a failure inside it leaves it short.
+// The header line comes in one read: a failure there leaves no header.
 const char* const kAsciiReadMessages[] = {
-    "Could not read block.",  "Could not seek previous block.",
-    "Could not seek to end.", "Error reading header.",
-    "Header too small.",
+    "Could not read block.",
+    "Could not seek previous block.",
+    "Could not seek to end.",
+    "Error reading header.",
 };
 // The trailer content is read whole, then parsed in memory.
 const char* const kBinaryReadMessages[] = {
