@@ -436,6 +436,7 @@ class MetadataScan {
     }
     if (start == 0) {
       endLine(0);
+      fCompletedIn = blockOf(fSize, 0);
       endStatement();
       return false;
     }
@@ -459,7 +460,12 @@ class MetadataScan {
     if (line.empty()) return;
     const size_t at = firstNonBlank(line);
     if (startsWith(line, "//", at)) return;
-    if (line.back() == ';') endStatement();
+    // The statement after this line is complete now, in the block that
+    // holds the line feed before this line.
+    if (line.back() == ';') {
+      fCompletedIn = blockOf(fSize, start - 1);
+      endStatement();
+    }
     if (fStopped) return;
     // The statement's lines go into one buffer as they come, so that many
     // short lines cost their bytes and not a string each.
@@ -487,7 +493,7 @@ class MetadataScan {
     const bool isAssociations = startsWith(statement, Words::getApplyMetadataCommandName());
     const bool isStructure = startsWith(statement, Words::getDataStructureCommandName());
     if (!isAssociations && !isStructure) return;
-    const int64_t k = blockOf(fSize, fStatementStart);
+    const int64_t k = fCompletedIn;
     if (fLastBlock == 0) fLastBlock = k;
     fFirstBlock = k;
     fFirstStart = fStatementStart;
@@ -548,6 +554,9 @@ class MetadataScan {
   // The statement being assembled, from its end.
   ReversedLine fStatement;
   int64_t fStatementStart = 0;
+  // The block in which the scan completed the statement it hands over: the
+  // block number the section's positions are kept in.
+  int64_t fCompletedIn = 0;
   int64_t fFirstBlock = 0;
   int64_t fLastBlock = 0;
   int64_t fFirstStart = 0;

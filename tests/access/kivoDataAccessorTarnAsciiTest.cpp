@@ -387,6 +387,25 @@ TEST_F(TarnAscii, RewriteKeepsTheNodeLineAndWhatFollowsAsTrailer) {
   EXPECT_EQ(labelOf(back->associations().at("")), "s");
 }
 
+TEST_F(TarnAscii, SectionBlocksAreThoseInWhichTheScanCompletesEachStatement) {
+  // The scene statement starts in the last block, but the scan completes it
+  // at the line feed before the node line, in the block before: both
+  // statements count as in that block, so the rewrite reads forward from
+  // the node statement, and the node line ends the section.
+  const std::string body = asciiBody(500);
+  const std::string node = "applyMetadata -fmt \"raw\" -v \"endAssociations\\n\" \n\t\tpCube1;\n";
+  const std::string sceneStart = "applyMetadata -fmt \"raw\" -v \"endAssociations\\n";
+  const std::string sceneEnd = "\" \n\t\t-scn;\n";
+  const size_t padding =
+      1020 - sceneStart.size() - sceneEnd.size() - std::string(kAsciiTrailer).size();
+  const std::string scene = sceneStart + std::string(padding, 'x') + sceneEnd;
+  const std::string path = file(body + node + scene + kAsciiTrailer);
+  std::unique_ptr<Accessor> accessor = readOk(path);
+  accessor->clear();
+  writeOk(*accessor);
+  EXPECT_EQ(readBytes(path), body + "\t\tpCube1;\n" + scene + kAsciiTrailer);
+}
+
 TEST_F(TarnAscii, WriteReplacesHandEditedSectionsAndKeepsWhatSurroundsThem) {
   struct Layout {
     const char* what;
