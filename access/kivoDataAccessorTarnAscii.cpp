@@ -896,9 +896,10 @@ bool TarnAsciiFileAccessor::locateSection(std::fstream& file, int64_t size, int6
   }
 }
 
-// Without metadata, the new section goes before the trailer: the last line
-// of the last block whose first text other than blanks and tabs is the
-// trailer prefix.
+// Without metadata, the new section goes before the trailer: the line of
+// the last block that holds the first trailer prefix. A prefix inside a line
+// of the scene body puts the section before that line, and the write then
+// refuses, since a body statement would follow the section.
 bool TarnAsciiFileAccessor::locateTrailer(std::fstream& file, int64_t size,
                                           int64_t& trailerPosition, std::string& errors) const {
   const int64_t start = blockStart(size, 1);
@@ -912,21 +913,16 @@ bool TarnAsciiFileAccessor::locateTrailer(std::fstream& file, int64_t size,
     Detail::appendMessage(errors, kCouldNotReadTrailer);
     return false;
   }
-  bool found = false;
-  size_t lineStart = AsciiFwdParser::atLineStart(file, start) ? 0 : block.find('\n');
-  while (lineStart != std::string::npos && lineStart < block.size()) {
-    if (block[lineStart] == '\n') ++lineStart;
-    const size_t at = block.find_first_not_of(" \t", lineStart);
-    if (at != std::string::npos && startsWith(block, Words::getTrailerPrefix(), at)) {
-      trailerPosition = start + static_cast<int64_t>(lineStart);
-      found = true;
-    }
-    lineStart = block.find('\n', lineStart);
-  }
-  if (!found) {
+  // The first line of the block is passed over when the block cuts it: its
+  // start is not in the block.
+  const size_t from = AsciiFwdParser::atLineStart(file, start) ? 0 : block.find('\n');
+  const size_t at = from == std::string::npos ? from : block.find(Words::getTrailerPrefix(), from);
+  if (at == std::string::npos) {
     Detail::appendMessage(errors, kNoTrailerPrefix);
     return false;
   }
+  const size_t lineEnd = block.rfind('\n', at);
+  trailerPosition = start + static_cast<int64_t>(lineEnd == std::string::npos ? 0 : lineEnd + 1);
   return true;
 }
 

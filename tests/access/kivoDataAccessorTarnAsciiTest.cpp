@@ -406,6 +406,17 @@ TEST_F(TarnAscii, SectionBlocksAreThoseInWhichTheScanCompletesEachStatement) {
   EXPECT_EQ(readBytes(path), body + "\t\tpCube1;\n" + scene + kAsciiTrailer);
 }
 
+TEST_F(TarnAscii, WriteWithoutMetadataGoesBeforeTheFirstTrailerLine) {
+  const std::string body = asciiBody(300);
+  const std::string path = file(body + "  // End of the body\n" + kAsciiTrailer);
+  writeOk(*readOk(path), {});
+  EXPECT_EQ(readBytes(path), body +
+                                 "dataStructure -fmt \"raw\" -as "
+                                 "\"name=point:int32=id:string=label\";\n"
+                                 "  // End of the body\n" +
+                                 kAsciiTrailer);
+}
+
 TEST_F(TarnAscii, WriteReplacesHandEditedSectionsAndKeepsWhatSurroundsThem) {
   struct Layout {
     const char* what;
@@ -498,6 +509,10 @@ TEST_F(TarnAscii, WriteRefusesFilesItCannotRewriteSafely) {
       {"", "Could not find trailer prefix."},
       {"setAttr \".s\" -type \"string\" \"// End of scene.ta\";\n",
        "Could not find trailer prefix."},
+      // The first prefix of the last block is taken, here inside the body.
+      {"setAttr \".s\" -type \"string\" \"// End of notes\";\n" + std::string(kAsciiTrailer),
+       "A statement of the scene body follows the metadata section; the file is left "
+       "unchanged."},
       {"dataStructure -fmt \"raw\" -as \"name=m:int32=a\";\n",
        "Failed reading line while searching metadata end."},
       // The node line ends the section and no trailer line follows it.
