@@ -9,9 +9,9 @@
 # With KIVO_FUZZ_RUNS=N in the environment a harness also stops after N
 # executions (the longer runs use 10000000 and a generous time). Those runs
 # also default AddressSanitizer to malloc_context_size=0: it stops recording
-# a stack for every allocation, which nearly doubles the executions a second
-# of the scene harnesses; a finding still saves its input, and replaying it
-# shows the full stacks.
+# a stack for every allocation, which gives the harnesses a third more
+# executions a second or better; a finding still saves its input, and
+# replaying it shows the full stacks.
 #
 # New inputs go to BUILD_DIR/fuzz/work/<harness>/ (kept between runs, so a
 # second run goes on where the first stopped); a finding is saved as
