@@ -198,34 +198,37 @@ bool AccessorTarn::ExternalContent::readTable(const std::string& fileName, Assoc
 }  // namespace kivo::Data
 
 namespace kivo::Detail {
+namespace {
 
-std::unique_ptr<Data::Structure> readStructurePayload(const std::string& format,
-                                                      std::string_view text, std::string& errors) {
-  const Data::StructureSerializer* serializer = Data::StructureSerializer::formatByName(format);
+// Reads text, where it lies, with the serializer of the family registered
+// as format. The readers replace the text they are given: their messages
+// are collected apart and appended to errors.
+template <class Serializer, class Result>
+std::unique_ptr<Result> readPayload(const std::string& format, std::string_view text,
+                                    std::string& errors) {
+  const Serializer* serializer = Serializer::formatByName(format);
   if (!serializer) {
     appendMessage(errors, Data::kNoSerializer + format);
     return nullptr;
   }
-  // The reader replaces the text it is given: collect its messages apart.
   ViewInput input(text);
   std::string messages;
-  std::unique_ptr<Data::Structure> structure(serializer->read(input, messages));
+  std::unique_ptr<Result> result(serializer->read(input, messages));
   if (!messages.empty()) appendMessage(errors, messages);
-  return structure;
+  return result;
+}
+
+}  // namespace
+
+std::unique_ptr<Data::Structure> readStructurePayload(const std::string& format,
+                                                      std::string_view text, std::string& errors) {
+  return readPayload<Data::StructureSerializer, Data::Structure>(format, text, errors);
 }
 
 bool readAssociationsPayload(const std::string& format, std::string_view text,
                              Data::Associations& out, std::string& errors) {
-  const Data::AssociationsSerializer* serializer =
-      Data::AssociationsSerializer::formatByName(format);
-  if (!serializer) {
-    appendMessage(errors, Data::kNoSerializer + format);
-    return false;
-  }
-  ViewInput input(text);
-  std::string messages;
-  std::unique_ptr<Data::Associations> associations(serializer->read(input, messages));
-  if (!messages.empty()) appendMessage(errors, messages);
+  std::unique_ptr<Data::Associations> associations =
+      readPayload<Data::AssociationsSerializer, Data::Associations>(format, text, errors);
   if (!associations) return false;
   out = *associations;
   return true;
