@@ -877,10 +877,19 @@ bool TarnAsciiFileAccessor::locateSection(std::fstream& file, int64_t size, int6
       break;
     }
   }
-  if (fLastMetadataBlock != fFirstMetadataBlock &&
-      !AsciiFwdParser::seekBlock(file, size, fLastMetadataBlock)) {
-    Detail::appendMessage(errors, kCouldNotSeekLastBlock);
-    return false;
+  if (fLastMetadataBlock != fFirstMetadataBlock) {
+    if (!AsciiFwdParser::seekBlock(file, size, fLastMetadataBlock)) {
+      Detail::appendMessage(errors, kCouldNotSeekLastBlock);
+      return false;
+    }
+    // A block is numbered where the scan completed its statement, at the
+    // line before it: the last block can begin before the section, and the
+    // search for its end must not begin among the lines of the body.
+    const int64_t position = static_cast<int64_t>(file.tellg());
+    if (position >= 0 && position < metadataStart && !file.seekg(metadataStart)) {
+      Detail::appendMessage(errors, kCouldNotSeekLastBlock);
+      return false;
+    }
   }
   for (;;) {
     const int64_t position = static_cast<int64_t>(file.tellg());

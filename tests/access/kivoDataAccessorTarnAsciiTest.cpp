@@ -406,6 +406,26 @@ TEST_F(TarnAscii, SectionBlocksAreThoseInWhichTheScanCompletesEachStatement) {
   EXPECT_EQ(readBytes(path), body + "\t\tpCube1;\n" + scene + kAsciiTrailer);
 }
 
+TEST_F(TarnAscii, SectionEndIsSoughtFromTheSectionOnward) {
+  // The last block starts exactly at a statement before the section (the
+  // first statement of the section is completed in the block before): the
+  // search for the section's end starts at the section, not at that line.
+  const std::string body = asciiBody(500);
+  const std::string note = "note \"kept\";\n";
+  const std::string first = "dataStructure -fmt \"raw\" -as \"name=a:int32=x\";\n";
+  const std::string lastStart = "dataStructure -fmt \"raw\" -as \"name=b:int32=";
+  const std::string lastEnd = "\";\n";
+  const size_t name = 1024 - note.size() - first.size() - lastStart.size() - lastEnd.size() -
+                      std::string(kAsciiTrailer).size();
+  const std::string last = lastStart + std::string(name, 'y') + lastEnd;
+  const std::string path = file(body + note + first + last + kAsciiTrailer);
+  std::unique_ptr<Accessor> accessor = readOk(path);
+  ASSERT_EQ(accessor->structures().size(), 2u);
+  accessor->clear();
+  writeOk(*accessor);
+  EXPECT_EQ(readBytes(path), body + note + kAsciiTrailer);
+}
+
 TEST_F(TarnAscii, WriteWithoutMetadataGoesBeforeTheFirstTrailerLine) {
   const std::string body = asciiBody(300);
   const std::string path = file(body + "  // End of the body\n" + kAsciiTrailer);
