@@ -207,38 +207,65 @@ int ftruncate64(int fd, off64_t length) noexcept {
 
 }  // extern "C"
 
+namespace {
+
+// The C++ library's array forms call the single forms, which are these
+// replacements again (the sanitizers' own forms do not): a block is counted,
+// and may fail, once, at the outermost call.
+thread_local int gNesting = 0;
+
+class Outermost {
+ public:
+  Outermost() : fOutermost(gNesting++ == 0) {}
+  ~Outermost() { --gNesting; }
+  Outermost(const Outermost&) = delete;
+  Outermost& operator=(const Outermost&) = delete;
+  explicit operator bool() const { return fOutermost; }
+
+ private:
+  bool fOutermost;
+};
+
+}  // namespace
+
 // The two throwing forms of new are replaced, and the four deletes that
 // free what they return; the other forms are left to the runtime.
 void* operator new(std::size_t size) {
-  if (allocationFails(size)) throw std::bad_alloc();
+  const Outermost outermost;
+  if (outermost && allocationFails(size)) throw std::bad_alloc();
   void* block = forward(gNew, "_Znwm")(size);
-  held(block, 1);
+  if (outermost) held(block, 1);
   return block;
 }
 
 void* operator new[](std::size_t size) {
-  if (allocationFails(size)) throw std::bad_alloc();
+  const Outermost outermost;
+  if (outermost && allocationFails(size)) throw std::bad_alloc();
   void* block = forward(gNewArray, "_Znam")(size);
-  held(block, 1);
+  if (outermost) held(block, 1);
   return block;
 }
 
 void operator delete(void* block) noexcept {
-  held(block, -1);
+  const Outermost outermost;
+  if (outermost) held(block, -1);
   forward(gDelete, "_ZdlPv")(block);
 }
 
 void operator delete[](void* block) noexcept {
-  held(block, -1);
+  const Outermost outermost;
+  if (outermost) held(block, -1);
   forward(gDeleteArray, "_ZdaPv")(block);
 }
 
 void operator delete(void* block, std::size_t size) noexcept {
-  held(block, -1);
+  const Outermost outermost;
+  if (outermost) held(block, -1);
   forward(gSizedDelete, "_ZdlPvm")(block, size);
 }
 
 void operator delete[](void* block, std::size_t size) noexcept {
-  held(block, -1);
+  const Outermost outermost;
+  if (outermost) held(block, -1);
   forward(gSizedDeleteArray, "_ZdaPvm")(block, size);
 }
