@@ -922,9 +922,11 @@ bool TarnAsciiFileAccessor::locateTrailer(std::fstream& file, int64_t size,
     Detail::appendMessage(errors, kCouldNotReadTrailer);
     return false;
   }
-  // The first line of the block is passed over when the block cuts it: its
-  // start is not in the block.
-  const size_t from = AsciiFwdParser::atLineStart(file, start) ? 0 : block.find('\n');
+  // The first line of the block is passed over when the block cuts it (its
+  // start is not in the block), and when it is the header line, which no
+  // write may touch.
+  const size_t from =
+      start > 0 && AsciiFwdParser::atLineStart(file, start) ? 0 : block.find('\n');
   const size_t at = from == std::string::npos ? from : block.find(Words::getTrailerPrefix(), from);
   if (at == std::string::npos) {
     Detail::appendMessage(errors, kNoTrailerPrefix);

@@ -435,6 +435,13 @@ TEST_F(TarnAscii, WriteWithoutMetadataGoesBeforeTheFirstTrailerLine) {
                                  "\"name=point:int32=id:string=label\";\n"
                                  "  // End of the body\n" +
                                  kAsciiTrailer);
+  // The header line is never the trailer, whatever it holds.
+  const std::string small = "//Tarn ASCII 2014 // End of it scene\ncreateNode a;\n";
+  const std::string header = file(small + kAsciiTrailer, "header.ta");
+  writeOk(*readOk(header), {});
+  EXPECT_EQ(readBytes(header),
+            small + "dataStructure -fmt \"raw\" -as \"name=point:int32=id:string=label\";\n" +
+                kAsciiTrailer);
 }
 
 TEST_F(TarnAscii, WriteReplacesHandEditedSectionsAndKeepsWhatSurroundsThem) {
