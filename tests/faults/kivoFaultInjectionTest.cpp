@@ -28,6 +28,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <iterator>
 #include <map>
@@ -292,14 +293,6 @@ class FaultTest : public ::testing::Test {
     return scenarios;
   }
 
-  // What a read of path without faults gives, as raw text.
-  static std::string cleanRead(const std::string& path) {
-    std::string errors;
-    std::unique_ptr<Accessor> accessor = Accessor::readFile(path, errors);
-    EXPECT_NE(accessor, nullptr) << errors;
-    return accessor ? contentOf(*accessor) : std::string();
-  }
-
   // Runs the rewrite of scenario once per file call it makes (reads
   // included), the k-th call failing; checks every run and counts how they
   // ended.
@@ -357,6 +350,11 @@ class FaultTest : public ::testing::Test {
   }
 
   static constexpr unsigned kCalls = Faults::kWriteCalls | Faults::kRead;
+
+ public:
+  const Structure::StructureSet& registered() const { return fBefore; }
+
+ protected:
 
   Structure* fPoint = nullptr;
   kivo::Detail::Ref<Structure> fWide;
@@ -484,126 +482,98 @@ using FaultyWrite = FaultTest;
 using FaultyRead = FaultTest;
 using ReadMemory = FaultTest;
 
-TEST_F(FaultyWrite, AsciiRewriteFailsCleanlyAtEveryCall) {
-  MessageTable messages(kAsciiWriteMessages);
-  for (const Scenario& scenario : asciiScenarios()) {
-    for (const bool sticky : {false, true}) {
-      SCOPED_TRACE(std::string(scenario.name) + (sticky ? ", sticky" : ""));
-      report(scenario, sticky, rewriteWithFaults(scenario, sticky, messages));
-    }
-  }
-  messages.expectEverySeen();
-}
-
-TEST_F(FaultyWrite, BinaryRewriteFailsCleanlyAtEveryCall) {
-  MessageTable messages(kBinaryWriteMessages);
-  for (const Scenario& scenario : binaryScenarios()) {
-    for (const bool sticky : {false, true}) {
-      SCOPED_TRACE(std::string(scenario.name) + (sticky ? ", sticky" : ""));
-      report(scenario, sticky, rewriteWithFaults(scenario, sticky, messages));
-    }
-  }
-  messages.expectEverySeen();
-}
-
-TEST_F(FaultyRead, FailingReadsAndSeeksGiveNoResultButTheRightOne) {
-  MessageTable asciiMessages(kAsciiReadMessages);
-  MessageTable binaryMessages(kBinaryReadMessages);
-  for (const Scenario& scenario : readScenarios()) {
-    MessageTable& messages =
-        std::string(scenario.extension) == "ta" ? asciiMessages : binaryMessages;
-    for (const bool sticky : {false, true}) {
-      SCOPED_TRACE(std::string(scenario.name) + (sticky ? ", sticky" : ""));
-      const std::string path = fFolder.path(std::string("read.") + scenario.extension);
-      writeBytes(path, scenario.original);
-      const std::string expected = cleanRead(path);
-      uint64_t calls = 0;
-      {
-        std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
-        std::string errors;
-        Faults::ArmedCalls armed(Faults::kReadCalls, 0, false);
-        EXPECT_TRUE(accessor->read(path, errors)) << errors;
-        calls = Faults::disarmCalls();
+TEST_F(FaultyWrite, RewritesFailCleanlyAtEveryCall) {
+  MessageTable asciiMessages(kAsciiWriteMessages);
+  MessageTable binaryMessages(kBinaryWriteMessages);
+  for (const auto& group : {std::make_pair(asciiScenarios(), &asciiMessages),
+                            std::make_pair(binaryScenarios(), &binaryMessages)}) {
+    for (const Scenario& scenario : group.first) {
+      for (const bool sticky : {false, true}) {
+        SCOPED_TRACE(std::string(scenario.name) + (sticky ? ", sticky" : ""));
+        report(scenario, sticky, rewriteWithFaults(scenario, sticky, *group.second));
       }
-      EXPECT_GT(calls, 2u);
-      const uint64_t alive = objectsAlive();
-      int refused = 0;
-      for (uint64_t k = 1; k <= calls; ++k) {
-        SCOPED_TRACE("call " + std::to_string(k) + " of " + std::to_string(calls));
-        std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
-        std::string errors;
-        bool ok = false;
-        {
-          Faults::ArmedCalls armed(Faults::kReadCalls, k, sticky);
-          ok = accessor->read(path, errors);
-        }
-        EXPECT_TRUE(Faults::callFailed());
-        EXPECT_EQ(Structure::allStructures(), fBefore);
-        if (ok) {
-          EXPECT_EQ(contentOf(*accessor), expected);
-        } else {
-          ++refused;
-          messages.take(errors, path);
-          EXPECT_EQ(contentOf(*accessor), "");
-        }
-        accessor.reset();
-        EXPECT_EQ(objectsAlive(), alive);
-      }
-      EXPECT_EQ(readBytes(path), scenario.original);
-      std::cout << "[ faults   ] read of " << scenario.name
-                << (sticky ? ", failing from call k on: " : ", call k failing: ") << calls
-                << " runs, refused " << refused << ", recovered " << calls - refused << std::endl;
     }
   }
   asciiMessages.expectEverySeen();
   binaryMessages.expectEverySeen();
 }
 
-TEST_F(FaultyRead, AllocationFailuresGiveNoResultButTheRightOne) {
-  for (const Scenario& scenario : readScenarios()) {
-    SCOPED_TRACE(scenario.name);
-    const std::string path = fFolder.path(std::string("read.") + scenario.extension);
-    writeBytes(path, scenario.original);
-    const std::string expected = cleanRead(path);
-    uint64_t allocations = 0;
-    {
-      std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
-      std::string errors;
-      errors.reserve(4096);
-      Faults::ArmedAllocations armed(0);
-      EXPECT_TRUE(accessor->read(path, errors)) << errors;
-      allocations = Faults::disarmAllocations();
+// Reads scenario once per fault point of a clean read (file calls or
+// allocations, as Faults counts them), the k-th failing: each read gives
+// the clean result or none, never throws but std::bad_alloc, and leaves the
+// registry and the live objects as they were. Prints how the runs ended.
+struct ReadFaults {
+  const char* what;
+  std::function<void(uint64_t)> arm;  // 0: count only
+  std::function<uint64_t()> disarm;
+  std::function<bool()> failed;
+  MessageTable* messages;  // the messages a refusal may give, if checked
+};
+
+void readWithFaults(FaultTest& test, const Scenario& scenario, const std::string& path,
+                    const ReadFaults& faults) {
+  writeBytes(path, scenario.original);
+  uint64_t points = 0;  // what the last read counted
+  const auto read = [&](uint64_t k, std::string& errors, bool& ok) {
+    std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
+    errors.reserve(4096);  // a message appended needs no allocation of its own
+    try {
+      faults.arm(k);
+      ok = accessor->read(path, errors);
+    } catch (const std::bad_alloc&) {
+      ok = false;
     }
-    EXPECT_GT(allocations, 10u);
-    const uint64_t alive = objectsAlive();
-    int refused = 0, thrown = 0;
-    for (uint64_t k = 1; k <= allocations; ++k) {
-      SCOPED_TRACE("allocation " + std::to_string(k) + " of " + std::to_string(allocations));
-      std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
-      std::string errors;
-      errors.reserve(4096);
-      bool ok = false;
-      try {
-        Faults::ArmedAllocations armed(k);
-        ok = accessor->read(path, errors);
-      } catch (const std::bad_alloc&) {
-        ++thrown;
-      }
-      EXPECT_TRUE(Faults::allocationFailed());
-      EXPECT_EQ(Structure::allStructures(), fBefore);
-      if (ok) {
-        EXPECT_EQ(contentOf(*accessor), expected);
-      } else {
-        ++refused;
-        EXPECT_EQ(contentOf(*accessor), "");
-      }
-      accessor.reset();
-      EXPECT_EQ(objectsAlive(), alive);
+    points = faults.disarm();
+    return accessor;
+  };
+  std::string errors;
+  bool ok = false;
+  const std::string expected = contentOf(*read(0, errors, ok));
+  ASSERT_TRUE(ok) << errors;
+  const uint64_t runs = points;
+  EXPECT_GT(runs, 2u);
+  const uint64_t alive = objectsAlive();
+  uint64_t refused = 0;
+  for (uint64_t k = 1; k <= runs; ++k) {
+    SCOPED_TRACE(std::to_string(k) + " of " + std::to_string(runs));
+    errors.clear();
+    std::unique_ptr<Accessor> accessor = read(k, errors, ok);
+    EXPECT_TRUE(faults.failed());
+    EXPECT_EQ(Structure::allStructures(), test.registered());
+    EXPECT_EQ(contentOf(*accessor), ok ? expected : "");
+    if (!ok) {
+      ++refused;
+      if (faults.messages) faults.messages->take(errors, path);
     }
-    std::cout << "[ faults   ] read of " << scenario.name
-              << ", allocation k throwing: " << allocations << " runs, refused " << refused << " ("
-              << thrown << " by the exception), recovered " << allocations - refused << std::endl;
+    accessor.reset();
+    EXPECT_EQ(objectsAlive(), alive);
   }
+  EXPECT_EQ(readBytes(path), scenario.original);
+  std::cout << "[ faults   ] read of " << scenario.name << ", " << faults.what << ": " << runs
+            << " runs, refused " << refused << ", recovered " << runs - refused << std::endl;
+}
+
+TEST_F(FaultyRead, FailingReadsSeeksAndAllocationsGiveNoResultButTheRightOne) {
+  MessageTable asciiMessages(kAsciiReadMessages);
+  MessageTable binaryMessages(kBinaryReadMessages);
+  for (const Scenario& scenario : readScenarios()) {
+    const bool ascii = std::string(scenario.extension) == "ta";
+    const std::string path = fFolder.path(std::string("read.") + scenario.extension);
+    for (const bool sticky : {false, true}) {
+      SCOPED_TRACE(std::string(scenario.name) + (sticky ? ", sticky" : ""));
+      readWithFaults(*this, scenario, path,
+                     {sticky ? "failing from call k on" : "call k failing",
+                      [sticky](uint64_t k) { Faults::armCalls(Faults::kReadCalls, k, sticky); },
+                      Faults::disarmCalls, Faults::callFailed,
+                      ascii ? &asciiMessages : &binaryMessages});
+    }
+    SCOPED_TRACE(std::string(scenario.name) + ", allocations");
+    readWithFaults(*this, scenario, path,
+                   {"allocation k throwing", Faults::armAllocations, Faults::disarmAllocations,
+                    Faults::allocationFailed, nullptr});
+  }
+  asciiMessages.expectEverySeen();
+  binaryMessages.expectEverySeen();
 }
 
 TEST_F(ReadMemory, SizeFieldsDoNotDriveAllocations) {
