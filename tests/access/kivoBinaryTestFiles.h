@@ -1,6 +1,6 @@
 // Binary scene files ("tb") for tests, chunk by chunk: big-endian numbers,
-// chunks with their padding, and a main group holding two scene chunks and
-// the trailer group.
+// chunks with their padding, metadata chunks, and a main group holding two
+// scene chunks and the trailer group.
 #pragma once
 
 #include <cstdint>
@@ -24,6 +24,22 @@ inline std::string chunk(const std::string& tag, const std::string& data) {
 // A chunk header claiming size bytes, followed by no data at all.
 inline std::string chunkHeader(const std::string& tag, uint64_t size) {
   return tag + std::string(4, '\0') + bigEndian(size, 8);
+}
+
+// A structure chunk: format, NUL, text, NUL.
+inline std::string structureChunk(const std::string& text, const std::string& format = "raw") {
+  return chunk("DATS", format + '\0' + text + '\0');
+}
+
+// An associations chunk ("SMTD" or "MTDA") of raw text for the node name.
+inline std::string applyChunk(const std::string& tag, const std::string& name,
+                              const std::string& text) {
+  return chunk(tag, name + '\0' + "raw" + '\0' + text + '\0');
+}
+
+// bytes with the bytes from at on replaced by with.
+inline std::string patched(std::string bytes, size_t at, const std::string& with) {
+  return bytes.replace(at, with.size(), with);
 }
 
 // The scene chunks of a test file: a header chunk, then a node group that

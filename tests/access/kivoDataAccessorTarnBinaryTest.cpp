@@ -1,11 +1,11 @@
-// TarnBinaryChunks.*         chunk bytes: sizes, padding, header reading, text
-//                            conversion
-// TarnBinaryTrailerSearch.*  finding the trailer from the end: positions, every
-//                            message of a damaged file
-// TarnBinaryRead.*           the trailer's metadata, selective reads, hostile
-//                            chunks
-// TarnBinaryWrite.*          the rebuilt trailer: order, sizes, host chunks,
-//                            round trips, refusals that leave the file as it was
+// TarnBinaryChunks.*  chunk bytes: sizes, padding, header reading, text
+//                     conversion
+// TarnBinary.*        binary scene files: finding the trailer from the end
+//                     (every message of a damaged file, sizes and offsets at
+//                     and past their bounds), the trailer's metadata, selective
+//                     reads, hostile chunks; the rebuilt trailer (order, sizes,
+//                     host chunks, round trips) and refusals that leave the
+//                     file and the process registry as they were
 #include <kivo/access/kivoDataAccessor.h>
 #include <kivo/data/kivoDataAssociations.h>
 #include <kivo/data/kivoDataStructure.h>
@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "access/kivoAccessTestFiles.h"
+#include "access/kivoBinaryTestFiles.h"
 #include "access/kivoDataAccessorTarnInternal.h"
 #include "support/kivoOwnership.h"
 
@@ -33,54 +34,18 @@ using kivo::Data::Member;
 using kivo::Data::Structure;
 using kivo::Detail::BinaryReader;
 using kivo::Detail::BinaryWriter;
+using kivo::Test::applyChunk;
+using kivo::Test::bigEndian;
+using kivo::Test::binaryScene;
+using kivo::Test::chunk;
+using kivo::Test::chunkHeader;
+using kivo::Test::patched;
 using kivo::Test::readBytes;
+using kivo::Test::structureChunk;
 using kivo::Test::writeBytes;
 
-// Binary files, chunk by chunk ---------------------------------------------------
-
-std::string bigEndian(uint64_t value, size_t width) {
-  std::string bytes(width, '\0');
-  for (size_t i = width; i-- > 0; value >>= 8) bytes[i] = static_cast<char>(value & 0xFF);
-  return bytes;
-}
-
 const std::string kZeros4(4, '\0');
-
-std::string chunk(const std::string& tag, const std::string& data) {
-  return tag + kZeros4 + bigEndian(data.size(), 8) + data +
-         std::string((8 - data.size() % 8) % 8, '\0');
-}
-
-std::string structureChunk(const std::string& text, const std::string& format = "raw") {
-  return chunk("DATS", format + '\0' + text + '\0');
-}
-
-std::string applyChunk(const std::string& tag, const std::string& name, const std::string& text) {
-  return chunk(tag, name + '\0' + "raw" + '\0' + text + '\0');
-}
-
-// A scene file: the main group holding the scene chunks and, last, the
-// trailer group: the trailer content and the trailer-size chunk.
-struct BinaryScene {
-  std::string scene;
-  std::string trailer;
-
-  std::string bytes() const {
-    const std::string body = "Tarn" + scene + trailerGroup();
-    return "FOR8" + kZeros4 + bigEndian(body.size(), 8) + body;
-  }
-  std::string trailerGroup() const {
-    return "FOR8" + kZeros4 + bigEndian(trailer.size() + 28, 8) + "TRLR" + trailer +
-           chunk("BCSZ", bigEndian(trailer.size() + 20, 4));
-  }
-};
-
-// The scene chunks of every test file: a header chunk and a node group.
-const std::string kScene = chunk("HEAD", "v2025") + chunk("FOR8", "NODE" + chunk("NAME", "pCube1"));
-
-std::string patched(std::string bytes, size_t at, const std::string& with) {
-  return bytes.replace(at, with.size(), with);
-}
+const std::string kScene = kivo::Test::binarySceneChunks();
 
 std::string rawText(const Structure& structure) {
   std::ostringstream text;
@@ -94,8 +59,6 @@ std::string rawText(const Associations& associations) {
   kivo::Data::AssociationsSerializer::formatByName("raw")->write(associations, text, errors);
   return text.str();
 }
-
-// Chunks ---------------------------------------------------------------------------
 
 TEST(TarnBinaryChunks, StructureChunkSizeCountsTheTextAndPadsToEight) {
   struct Sized {
@@ -150,8 +113,6 @@ TEST(TarnBinaryChunks, ConversionGivesTheTextUpToTheFirstNulOrNothing) {
   }
 }
 
-// Files -----------------------------------------------------------------------------
-
 // Binary scene files named scene.tb by default.
 class TarnBinary : public kivo::Test::SceneFileTest {
  protected:
@@ -172,26 +133,31 @@ struct Damaged {
 };
 
 TEST_F(TarnBinary, TrailerSearchRefusesDamagedFilesWithExactMessages) {
-  const std::string good = BinaryScene{kScene, chunk("HOST", "kept")}.bytes();
+  const std::string good = binaryScene(chunk("HOST", "kept"));
   const size_t bcsz = good.size() - 24;
+  const uint64_t offsetEnd = good.size() - 4;
+  const std::string mainEnd = "Error seeking to the end of main chunk.";
   const Damaged cases[] = {
       {"empty", "", "Could not read file identification."},
       {"tag", patched(good, 0, "FORM"), "Not a supported file type."},
       {"type", patched(good, 16, "Tarm"), "Not a supported file type."},
-      {"cut", good.substr(0, good.size() - 8), "Error seeking to the end of main chunk."},
-      {"size past end", patched(good, 8, bigEndian(good.size() - 15, 8)),
-       "Error seeking to the end of main chunk."},
-      {"size near 2^64", patched(good, 8, bigEndian(~uint64_t(0) - 3, 8)),
-       "Error seeking to the end of main chunk."},
-      {"size short", patched(good, 8, bigEndian(good.size() - 24, 8)),
+      {"cut", good.substr(0, good.size() - 8), mainEnd},
+      {"shorter than a trailer-size chunk", good.substr(0, 20), mainEnd},
+      {"main size 7", patched(good, 8, bigEndian(7, 8)), mainEnd},
+      {"main size one past the end", patched(good, 8, bigEndian(good.size() - 15, 8)), mainEnd},
+      {"main size 2^63", patched(good, 8, bigEndian(uint64_t(1) << 63, 8)), mainEnd},
+      {"main size near 2^64", patched(good, 8, bigEndian(~uint64_t(0) - 3, 8)), mainEnd},
+      {"main size one below", patched(good, 8, bigEndian(good.size() - 17, 8)),
        "File does not end with trailer-size chunk."},
       {"tag of last chunk", patched(good, bcsz, "BCSY"),
        "File does not end with trailer-size chunk."},
-      {"size of last chunk", patched(good, bcsz + 8, bigEndian(8, 8)),
+      {"trailer-size chunk of size 8", patched(good, bcsz + 8, bigEndian(8, 8)),
+       "Invalid trailer-size chunk."},
+      {"trailer-size chunk of size 0", patched(good, bcsz + 8, bigEndian(0, 8)),
        "Invalid trailer-size chunk."},
       {"offset past start", patched(good, bcsz + 16, bigEndian(0xFFFFFFFFu, 4)),
        "Could not seek to start of trailer."},
-      {"offset into identification", patched(good, bcsz + 16, bigEndian(good.size() - 4 - 39, 4)),
+      {"offset into identification", patched(good, bcsz + 16, bigEndian(offsetEnd - 39, 4)),
        "Could not seek to start of trailer."},
       {"offset after trailer start", patched(good, bcsz + 16, bigEndian(19, 4)),
        "Could not seek to start of trailer."},
@@ -206,7 +172,15 @@ TEST_F(TarnBinary, TrailerSearchRefusesDamagedFilesWithExactMessages) {
     EXPECT_FALSE(accessor->isFileSupported(path));
     EXPECT_EQ(readBytes(path), c.content);
   }
-  std::string errors = "replaced";
+  // An offset into the scene body: the node group and the trailer group read
+  // as trailer chunks, and the trailer group runs past the trailer-size chunk.
+  std::string errors;
+  EXPECT_EQ(Accessor::readFile(file(patched(good, bcsz + 16, bigEndian(offsetEnd - 44, 4))),
+                               errors),
+            nullptr);
+  EXPECT_EQ(errors, "Could not skip chunk in trailer.");
+
+  errors = "replaced";
   EXPECT_FALSE(Accessor::accessorByExtension("tb")->read(fFolder.path("missing.tb"), errors));
   EXPECT_EQ(errors, "File not valid.");
   EXPECT_TRUE(Accessor::accessorByExtension("tb")->isFileSupported(file(good)));
@@ -216,18 +190,24 @@ TEST_F(TarnBinary, TrailerSearchRefusesDamagedFilesWithExactMessages) {
 
 TEST_F(TarnBinary, ReadTakesTheTrailerMetadataAndSkipsHostChunks) {
   const std::string bytes =
-      BinaryScene{kScene, chunk("HOST", "a") + metadata("scene", "cube") + chunk("HOST", "tail")}
-          .bytes();
+      binaryScene(chunk("HOST", "a") + metadata("scene", "cube") + chunk("HOST", "tail"));
   std::unique_ptr<Accessor> accessor = readOk(file(bytes));
   ASSERT_EQ(accessor->structures().size(), 1u);
   EXPECT_TRUE(**accessor->structures().begin() == *fPoint);
   ASSERT_EQ(accessor->associations().size(), 2u);
   EXPECT_EQ(rawText(accessor->associations().at("")), rawText(labelled("scene")));
   EXPECT_EQ(rawText(accessor->associations().at("pCube1")), rawText(labelled("cube")));
+  // An empty trailer, and a host chunk of size 0.
+  EXPECT_TRUE(readOk(file(binaryScene(""), "empty.tb"))->structures().empty());
+  EXPECT_EQ(readOk(file(binaryScene(chunkHeader("HOST", 0) + structureChunk(rawText(*fPoint))),
+                        "zero.tb"))
+                ->structures()
+                .size(),
+            1u);
 
   // Only what is named; the broken chunk after them is never reached.
   const std::string path =
-      file(BinaryScene{kScene, metadata("scene", "cube") + chunk("DATS", "raw")}.bytes(), "two.tb");
+      file(binaryScene(metadata("scene", "cube") + chunk("DATS", "raw")), "two.tb");
   const std::set<std::string> structures{"point"}, associations{"pCube1"};
   accessor = Accessor::accessorByExtension(path);
   std::string errors;
@@ -241,27 +221,33 @@ TEST_F(TarnBinary, ReadTakesTheTrailerMetadataAndSkipsHostChunks) {
 
 TEST_F(TarnBinary, ReadRefusesHostileChunksWithExactMessages) {
   const std::string text = rawText(*fPoint);
+  const char* const structureUnread = "Could not read data structure chunk.";
+  const char* const applyUnread = "Could not read apply metadata chunk.";
+  const char* const unskipped = "Could not skip chunk in trailer.";
   const Damaged cases[] = {
       {"structure past trailer end", structureChunk(text).substr(0, 8) + bigEndian(200, 8),
-       "Could not read data structure chunk."},
-      {"structure size near 2^64", "DATS" + kZeros4 + bigEndian(~uint64_t(0) - 2, 8),
-       "Could not read data structure chunk."},
-      {"structure without NUL", chunk("DATS", "raw"), "Could not read data structure chunk."},
+       structureUnread},
+      {"structure of size 2^63", chunkHeader("DATS", uint64_t(1) << 63), structureUnread},
+      // The padding would take the size past 2^64.
+      {"structure size near 2^64", chunkHeader("DATS", ~uint64_t(0) - 2), structureUnread},
+      {"structure of size 0", chunk("DATS", ""), structureUnread},
       {"structure text without NUL", chunk("DATS", std::string("raw\0", 4) + text),
-       "Could not read data structure chunk."},
+       structureUnread},
+      {"node associations of size 0", chunk("MTDA", ""), applyUnread},
+      {"format without NUL", chunk("MTDA", std::string("pCube1\0raw", 10)), applyUnread},
       {"apply text without NUL", chunk("MTDA", std::string("n\0raw\0", 6) + "endAssociations"),
-       "Could not read apply metadata chunk."},
-      {"scene past trailer end", "SMTD" + kZeros4 + bigEndian(1 << 30, 8),
-       "Could not read apply metadata chunk."},
-      {"host chunk past trailer end", "HOST" + kZeros4 + bigEndian(~uint64_t(0), 8),
-       "Could not skip chunk in trailer."},
+       applyUnread},
+      {"scene past trailer end", chunkHeader("SMTD", 1 << 30), applyUnread},
+      {"host chunk past trailer end", chunkHeader("HOST", ~uint64_t(0)), unskipped},
+      {"host chunk one byte past the end", chunkHeader("HOST", 25) + std::string(24, 'x'),
+       unskipped},
+      {"host chunk without its padding", chunkHeader("HOST", 5) + "abcde", unskipped},
       {"stray bytes", chunk("HOST", "x") + "12345678", "Could not read chunk header in trailer."},
       {"unknown format", structureChunk("name=s:int8=a", "json"),
        "Could not find serializer for format json"},
-      {"bad structure", structureChunk("name=S"),
+      {"structure cut at a NUL", chunk("DATS", std::string("raw\0name=S\0:int32=a\0", 21)),
        "Structures must have a name and at least one member"},
-      {"empty structure text", structureChunk(""),
-       "Structures must have a name and at least one member"},
+      // A structure that comes with a message fails the read too.
       {"structure with a separator message", structureChunk("name=S:int32=a:float=b=c"),
        "Member type and name must be separated by '='"},
       {"not UTF-8", structureChunk("name=\xff:int8=a"),
@@ -271,12 +257,14 @@ TEST_F(TarnBinary, ReadRefusesHostileChunksWithExactMessages) {
   };
   for (const Damaged& c : cases) {
     SCOPED_TRACE(c.what);
-    const std::string content = BinaryScene{kScene, c.content}.bytes();
+    const std::string content = binaryScene(c.content);
     const std::string path = file(content);
     std::string errors;
     EXPECT_EQ(Accessor::readFile(path, errors), nullptr);
     EXPECT_EQ(errors, c.errors);
     EXPECT_EQ(readBytes(path), content);
+    // The trailer is found; only its content is refused.
+    EXPECT_TRUE(Accessor::accessorByExtension(path)->isFileSupported(path));
   }
 }
 
@@ -285,18 +273,14 @@ TEST_F(TarnBinary, ReadTakesEachChunkAsItComes) {
   // stream names, that structure is unknown.
   const std::string early = applyChunk("MTDA", "pCube1", rawText(labelled("cube")));
   std::string errors;
-  EXPECT_EQ(Accessor::readFile(file(BinaryScene{kScene, early + structureChunk(rawText(*fPoint))}
-                                        .bytes()),
-                               errors),
+  EXPECT_EQ(Accessor::readFile(file(binaryScene(early + structureChunk(rawText(*fPoint)))), errors),
             nullptr);
   EXPECT_EQ(errors.rfind("Structure 'point' not found\n", 0), 0u) << errors;
 
   // Every chunk of a wanted node is read, selectively or not: the last holds.
-  const std::string path = file(BinaryScene{kScene, metadata("s", "first") +
-                                                        applyChunk("MTDA", "pCube1",
-                                                                   rawText(labelled("second")))}
-                                    .bytes(),
-                                "twice.tb");
+  const std::string path = file(
+      binaryScene(metadata("s", "first") + applyChunk("MTDA", "pCube1", rawText(labelled("second")))),
+      "twice.tb");
   const std::set<std::string> node{"pCube1"};
   for (const std::set<std::string>* names : {static_cast<const std::set<std::string>*>(nullptr),
                                              &node}) {
@@ -310,11 +294,11 @@ TEST_F(TarnBinary, WriteWithoutMetadataLeavesTheHostChunksAndTheSizes) {
   const std::string host = chunk("HOST", "a") + chunk("FOR8", "GRUP" + chunk("HOST", "inner"));
   for (const std::string& kept : {std::string(), host}) {
     SCOPED_TRACE(kept.size());
-    const std::string path = file(BinaryScene{kScene, kept + metadata("s", "c")}.bytes());
+    const std::string path = file(binaryScene(kept + metadata("s", "c")));
     std::unique_ptr<Accessor> accessor = readOk(path);
     accessor->clear();
     writeOk(*accessor);
-    EXPECT_EQ(readBytes(path), BinaryScene({kScene, kept}).bytes());
+    EXPECT_EQ(readBytes(path), binaryScene(kept));
   }
   // Spelled out: an empty trailer is 28 bytes of group, B = 20.
   const std::string empty = readBytes(fFolder.path("scene.tb"));
@@ -325,7 +309,7 @@ TEST_F(TarnBinary, WriteWithoutMetadataLeavesTheHostChunksAndTheSizes) {
 }
 
 TEST_F(TarnBinary, WriteOrdersStructuresThenSceneThenNodes) {
-  const std::string path = file(BinaryScene{kScene, chunk("HOST", "a")}.bytes());
+  const std::string path = file(binaryScene(chunk("HOST", "a")));
   std::unique_ptr<Accessor> accessor = readOk(path);
   kivo::Detail::Ref<Structure> early(Structure::create());
   early->setName("abc");
@@ -334,31 +318,29 @@ TEST_F(TarnBinary, WriteOrdersStructuresThenSceneThenNodes) {
   accessor->associations() = {{"zeta", Associations()}, {"A", labelled("a")}, {"", labelled("s")}};
   writeOk(*accessor);
   EXPECT_EQ(readBytes(path),
-            BinaryScene({kScene, chunk("HOST", "a") + structureChunk(rawText(*early)) +
-                                     structureChunk(rawText(*fPoint)) +
-                                     applyChunk("SMTD", "", rawText(labelled("s"))) +
-                                     applyChunk("MTDA", "A", rawText(labelled("a"))) +
-                                     applyChunk("MTDA", "zeta", rawText(Associations()))})
-                .bytes());
+            binaryScene(chunk("HOST", "a") + structureChunk(rawText(*early)) +
+                        structureChunk(rawText(*fPoint)) +
+                        applyChunk("SMTD", "", rawText(labelled("s"))) +
+                        applyChunk("MTDA", "A", rawText(labelled("a"))) +
+                        applyChunk("MTDA", "zeta", rawText(Associations()))));
 }
 
 TEST_F(TarnBinary, ReadModifyWriteKeepsEveryByteBeforeTheTrailer) {
   for (const std::string& host : {std::string(), chunk("HOST", "trailer chunk of the host")}) {
     SCOPED_TRACE(host.size());
-    const BinaryScene original{kScene, host + metadata("scene", "cube")};
-    const std::string path = file(original.bytes());
+    const std::string original = binaryScene(host + metadata("scene", "cube"));
+    const std::string path = file(original);
     writeOk(*readOk(path));
-    EXPECT_EQ(readBytes(path), original.bytes());
+    EXPECT_EQ(readBytes(path), original);
 
     std::unique_ptr<Accessor> accessor = readOk(path);
     accessor->associations()["pCube1"] = labelled(std::string(300, 'x'));
     writeOk(*accessor);
-    EXPECT_EQ(readBytes(path),
-              BinaryScene({kScene, host + metadata("scene", std::string(300, 'x'))}).bytes());
+    EXPECT_EQ(readBytes(path), binaryScene(host + metadata("scene", std::string(300, 'x'))));
     // The same accessor writes again over its own result, and shrinks it.
     accessor->associations()["pCube1"] = labelled("cube");
     writeOk(*accessor);
-    EXPECT_EQ(readBytes(path), original.bytes());
+    EXPECT_EQ(readBytes(path), original);
     EXPECT_EQ(rawText(readOk(path)->associations().at("pCube1")), rawText(labelled("cube")));
   }
 }
@@ -367,49 +349,51 @@ TEST_F(TarnBinary, WriteKeepsHostChunksAroundTheMetadataRunInOrder) {
   const std::string before = chunk("HOST", "1");
   const std::string after = chunk("HOST", "2") + chunk("HOST", "3");
   // Chunks after the run follow the new metadata; old metadata after them is dropped.
-  std::string path =
-      file(BinaryScene{kScene, before + metadata("s", "c") + after +
-                                   applyChunk("MTDA", "old", rawText(Associations()))}
-               .bytes());
+  std::string path = file(binaryScene(before + metadata("s", "c") + after +
+                                      applyChunk("MTDA", "old", rawText(Associations()))));
   std::unique_ptr<Accessor> accessor = readOk(path);
   accessor->associations().erase("old");
   writeOk(*accessor);
-  EXPECT_EQ(readBytes(path), BinaryScene({kScene, before + metadata("s", "c") + after}).bytes());
+  EXPECT_EQ(readBytes(path), binaryScene(before + metadata("s", "c") + after));
   // Associations before the first structure chunk are old metadata too: a
   // file with associations and no structures keeps one copy of them however
   // often it is written.
   const std::string early = applyChunk("MTDA", "early", rawText(Associations()));
-  path = file(BinaryScene{kScene, before + early + metadata("s", "c")}.bytes(), "early.tb");
+  path = file(binaryScene(before + early + metadata("s", "c")), "early.tb");
   accessor = readOk(path);
   accessor->associations().erase("early");
   writeOk(*accessor);
-  EXPECT_EQ(readBytes(path), BinaryScene({kScene, before + metadata("s", "c")}).bytes());
-  const std::string alone = before + early + after;
-  path = file(BinaryScene{kScene, alone}.bytes(), "alone.tb");
+  EXPECT_EQ(readBytes(path), binaryScene(before + metadata("s", "c")));
+  path = file(binaryScene(before + early + after), "alone.tb");
   accessor = readOk(path);
   writeOk(*accessor);
   writeOk(*accessor);
-  EXPECT_EQ(readBytes(path), BinaryScene({kScene, before + early + after}).bytes());
+  EXPECT_EQ(readBytes(path), binaryScene(before + early + after));
 }
 
 TEST_F(TarnBinary, WriteRefusesFilesItCannotRewriteSafely) {
-  const std::string good = BinaryScene{kScene, metadata("s", "c")}.bytes();
-  const size_t trailerSize = 20 + kScene.size() + 8;
+  const std::string good = binaryScene(metadata("s", "c"));
   // A scene without trailer group whose backward offset points at its second
   // chunk: the write would land in the first.
   const std::string second = chunk("FOR8", "NODE" + chunk("NAME", "pCube1"));
-  std::string noTrailer = "FOR8" + kZeros4 + bigEndian(4 + kScene.size() + 24, 8) + "Tarn" +
-                          kScene + chunk("BCSZ", bigEndian(second.size() + 20, 4));
+  const std::string noTrailer = chunkHeader("FOR8", 4 + kScene.size() + 24) + "Tarn" + kScene +
+                                chunk("BCSZ", bigEndian(second.size() + 20, 4));
+  // An offset of 20 says the trailer holds nothing: the read finds no
+  // metadata, and the trailer group's size field is not where the offset
+  // puts it.
+  const std::string hiding = binaryScene(metadata("s", "c") + chunk("HOST", "kept"));
   const std::string changed =
       "The chunk sizes of " + fFolder.path("scene.tb") +
       " do not describe its trailer as this accessor found it; the file is left unchanged.";
   const Damaged cases[] = {
-      {"trailer size", patched(good, trailerSize, bigEndian(999, 8)), changed},
+      {"trailer size", patched(good, kivo::Test::binaryTrailerSizePosition(), bigEndian(999, 8)),
+       changed},
       {"offset into the scene", noTrailer, changed},
+      {"offset that hides the metadata", patched(hiding, hiding.size() - 8, bigEndian(20, 4)),
+       changed},
       {"bytes after the main group", good + good.substr(good.size() - 24), changed},
       {"trailer-size chunk inside the trailer",
-       BinaryScene{kScene, chunk("HOST", "1") + chunk("BCSZ", bigEndian(0, 4)) + chunk("HOST", "2")}
-           .bytes(),
+       binaryScene(chunk("HOST", "1") + chunk("BCSZ", bigEndian(0, 4)) + chunk("HOST", "2")),
        "Error reading chunk header before metadata."},
   };
   for (const Damaged& c : cases) {
@@ -428,14 +412,14 @@ TEST_F(TarnBinary, WriteRefusesFilesItCannotRewriteSafely) {
   const std::set<std::string> structures{"point"}, associations{"pCube1"};
   const Damaged later[] = {
       {"stray bytes", metadata("s", "c") + "1234", "Error skipping existing metadata chunks."},
-      {"host chunk past the end", metadata("s", "c") + "HOST" + kZeros4 + bigEndian(99, 8),
+      {"host chunk past the end", metadata("s", "c") + chunkHeader("HOST", 99),
        "Error reading chunk before metadata."},
-      {"structure past the end", metadata("s", "c") + "DATS" + kZeros4 + bigEndian(99, 8),
+      {"structure past the end", metadata("s", "c") + chunkHeader("DATS", 99),
        "Error skipping existing metadata chunks."},
   };
   for (const Damaged& c : later) {
     SCOPED_TRACE(c.what);
-    const std::string content = BinaryScene{kScene, c.content}.bytes();
+    const std::string content = binaryScene(c.content);
     const std::string path = file(content);
     std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
     std::string errors;
@@ -467,7 +451,7 @@ TEST_F(TarnBinary, WriteRefusesFilesItCannotRewriteSafely) {
 }
 
 TEST_F(TarnBinary, WriteRefusesTextsThatDoNotConvertAndWritesThemInUtf8) {
-  const std::string content = BinaryScene{kScene, metadata("s", "c")}.bytes();
+  const std::string content = binaryScene(metadata("s", "c"));
   kivo::Detail::Ref<Structure> accented(Structure::create());
   accented->setName("caf\xc3\xa9");
   accented->addMember(Member::kInt8, 1, "v");
@@ -524,7 +508,7 @@ TEST_F(TarnBinary, WriteRefusesTextsThatDoNotConvertAndWritesThemInUtf8) {
   std::unique_ptr<Accessor> accessor = readOk(path);
   accessor->associations()["pCube1"] = labelled(label);
   writeOk(*accessor);
-  EXPECT_EQ(readBytes(path), BinaryScene({kScene, metadata("s", label)}).bytes());
+  EXPECT_EQ(readBytes(path), binaryScene(metadata("s", label)));
   EXPECT_EQ(rawText(readOk(path)->associations().at("pCube1")), rawText(labelled(label)));
 }
 
