@@ -144,6 +144,21 @@ class SceneFileTest : public ::testing::Test {
     EXPECT_EQ(errors, "");
   }
 
+  // Reads content from the default file, lets prepare set what to write, and
+  // expects the write to refuse with the message and leave the file alone.
+  template <class Prepare>
+  void expectWriteRefused(const std::string& content, Prepare prepare,
+                          const std::string& expected) {
+    const std::string path = file(content);
+    std::unique_ptr<Data::Accessor> accessor = readOk(path);
+    if (!accessor) return;
+    prepare(*accessor);
+    std::string errors;
+    EXPECT_FALSE(accessor->write(errors));
+    EXPECT_EQ(errors, expected);
+    EXPECT_EQ(readBytes(path), content);
+  }
+
   // Writes the point structure and the given associations.
   void writeOk(Data::Accessor& accessor, const Data::Accessor::AssociationsMap& associations) {
     accessor.setStructures({fPoint});

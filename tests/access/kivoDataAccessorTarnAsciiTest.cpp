@@ -605,43 +605,28 @@ TEST_F(TarnAscii, WriteRefusesFilesItCannotRewriteSafely) {
   };
   for (const Refused& c : cases) {
     SCOPED_TRACE(c.content);
-    const std::string content = asciiBody(1500) + c.content;
-    const std::string path = file(content);
-    std::unique_ptr<Accessor> accessor = readOk(path);
-    accessor->setStructures({fPoint});
-    std::string errors;
-    EXPECT_FALSE(accessor->write(errors));
-    EXPECT_EQ(errors, c.errors);
-    EXPECT_EQ(readBytes(path), content);
+    expectWriteRefused(
+        asciiBody(1500) + c.content, [&](Accessor& a) { a.setStructures({fPoint}); }, c.errors);
   }
+  const std::string content = asciiBody(100) + metadata + kAsciiTrailer;
   for (const char* node : {"two words", "a;b", "-scn", "q\"uote", "//x", "del\x7f"}) {
     SCOPED_TRACE(node);
-    const std::string content = asciiBody(100) + metadata + kAsciiTrailer;
-    const std::string path = file(content);
-    std::unique_ptr<Accessor> accessor = readOk(path);
-    accessor->associations()[node] = Associations();
-    std::string errors;
-    EXPECT_FALSE(accessor->write(errors));
-    EXPECT_EQ(errors, std::string("The node name \"") + node +
-                          "\" cannot be written as an applyMetadata target.\n"
-                          "Could not write node associations statement to file.");
-    EXPECT_EQ(readBytes(path), content);
+    expectWriteRefused(
+        content, [&](Accessor& a) { a.associations()[node] = Associations(); },
+        std::string("The node name \"") + node +
+            "\" cannot be written as an applyMetadata target.\n"
+            "Could not write node associations statement to file.");
   }
   // A backslash in a structure text would read back as an escape.
   for (const auto& names : {std::make_pair("dir\\new", "id"), std::make_pair("S", "a\\tb")}) {
     SCOPED_TRACE(names.first);
-    const std::string content = asciiBody(100) + metadata + kAsciiTrailer;
-    const std::string path = file(content);
-    std::unique_ptr<Accessor> accessor = readOk(path);
     kivo::Detail::Ref<Structure> structure(new Structure(names.first));
     structure->addMember(Member::kInt32, 1, names.second);
-    accessor->setStructures({structure.get()});
-    std::string errors;
-    EXPECT_FALSE(accessor->write(errors));
-    EXPECT_EQ(errors, std::string("The structure \"") + names.first +
-                          "\" holds a backslash, which its dataStructure statement cannot keep.\n"
-                          "Could not write structure chunk to file.");
-    EXPECT_EQ(readBytes(path), content);
+    expectWriteRefused(
+        content, [&](Accessor& a) { a.setStructures({structure.get()}); },
+        std::string("The structure \"") + names.first +
+            "\" holds a backslash, which its dataStructure statement cannot keep.\n"
+            "Could not write structure chunk to file.");
   }
   // The file is opened and its section found before a statement is composed.
   const std::string path = file(asciiBody(100) + kAsciiTrailer, "gone.ta");

@@ -398,13 +398,7 @@ TEST_F(TarnBinary, WriteRefusesFilesItCannotRewriteSafely) {
   };
   for (const Damaged& c : cases) {
     SCOPED_TRACE(c.what);
-    const std::string path = file(c.content);
-    std::unique_ptr<Accessor> accessor = readOk(path);
-    accessor->setStructures({fPoint});
-    std::string errors;
-    EXPECT_FALSE(accessor->write(errors));
-    EXPECT_EQ(errors, c.errors);
-    EXPECT_EQ(readBytes(path), c.content);
+    expectWriteRefused(c.content, [&](Accessor& a) { a.setStructures({fPoint}); }, c.errors);
   }
 
   // A read of named metadata stops before damage further on; the write,
@@ -482,15 +476,12 @@ TEST_F(TarnBinary, WriteRefusesTextsThatDoNotConvertAndWritesThemInUtf8) {
   kivo::Test::CodeSet ascii("C");
   for (const Refused& c : cases) {
     SCOPED_TRACE(c.errors);
-    const std::string path = file(content);
-    std::unique_ptr<Accessor> accessor = readOk(path);
-    accessor->clear();
-    if (c.structure) accessor->setStructures({c.structure});
-    if (!c.structure) accessor->associations()[c.node] = labelled(label);
-    std::string errors;
-    EXPECT_FALSE(accessor->write(errors));
-    EXPECT_EQ(errors, c.errors);
-    EXPECT_EQ(readBytes(path), content);
+    const auto prepare = [&](Accessor& a) {
+      a.clear();
+      if (c.structure) a.setStructures({c.structure});
+      if (!c.structure) a.associations()[c.node] = labelled(label);
+    };
+    expectWriteRefused(content, prepare, c.errors);
   }
   {
     // The file is opened, and its old trailer walked, before a payload is.
