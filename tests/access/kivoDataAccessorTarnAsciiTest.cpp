@@ -118,6 +118,8 @@ TEST_F(TarnAscii, HeaderRefusesWithExactMessages) {
       {"//Tarn ASCII 2014 " + std::string(5000, 'x') + " scene" + std::string(3000, 'y') + "\n",
        "Unexpected header end."},
       {"//Tarn ASCII 2014 scene\r\r\n", "Unexpected header end."},
+      // CR-only line ends: the whole file is one first line.
+      {"//Tarn ASCII 2014 scene\rselect -ne :time1;\r", "Unexpected header end."},
   };
   for (const Refused& c : cases) {
     SCOPED_TRACE(c.content);
@@ -607,6 +609,12 @@ TEST_F(TarnAscii, WriteRefusesFilesItCannotRewriteSafely) {
     SCOPED_TRACE(c.content);
     expectWriteRefused(
         asciiBody(1500) + c.content, [&](Accessor& a) { a.setStructures({fPoint}); }, c.errors);
+  }
+  // The header alone, and lines that end in CR only after it.
+  for (const char* tail : {"", "select -ne :time1;\r// End of scene.ta\r"}) {
+    expectWriteRefused(std::string(kAsciiHeader) + tail,
+                       [&](Accessor& a) { a.setStructures({fPoint}); },
+                       "Could not find trailer prefix.");
   }
   const std::string content = asciiBody(100) + metadata + kAsciiTrailer;
   for (const char* node : {"two words", "a;b", "-scn", "q\"uote", "//x", "del\x7f"}) {
