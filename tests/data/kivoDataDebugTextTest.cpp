@@ -2,7 +2,6 @@
 // DebugTextChannel.*       channel sections, channel iterator lines
 // DebugTextAssociations.*  the associations title and its channels
 // DebugTextFootprint.*     owned blocks, map entries and held streams are counted
-// StreamDenseGrowthShort.* growth that cannot reach the index still grows the block
 #include <kivo/data/kivoDataAssociations.h>
 #include <kivo/data/kivoDataAssociationsImpl.h>
 #include <kivo/data/kivoDataChannel.h>
@@ -280,35 +279,6 @@ TEST(DebugTextFootprint, CountsOwnedBlocksAndRecursesIntoHeldObjects) {
   Footprint withChannel;
   Associations::Debug(&associations, withChannel);
   EXPECT_GT(withChannel.totalSize(), emptyAssociations.totalSize() + withStream.totalSize());
-}
-
-TEST(StreamDenseGrowthShort, StillGrowsTheBlockAndReportsFalse) {
-  // 4800 bytes: 4096 / 4800 = 0 slots
-  StructureRef wide = makeStructure("Wide", {{Member::kDouble, 600, "d"}});
-  StreamImplDense dense(*wide, "W");
-  EXPECT_FALSE(dense.ensureSpaceForElement(0));  // 0 x 3 / 2 = 0: nothing to allocate
-  EXPECT_EQ(dense.physicalElementCount(), 0u);
-  EXPECT_EQ(dense.elementAddr(0), nullptr);
-  EXPECT_FALSE(dense.ensureSpaceForElement(1));  // 1 x 3 / 2 = 1 slot, not enough for 1
-  EXPECT_EQ(dense.physicalElementCount(), 1u);
-  ASSERT_NE(dense.elementAddr(0), nullptr);
-  EXPECT_TRUE(Handle(*wide, dense.elementAddr(0)).isDefault());
-  EXPECT_FALSE(dense.setElement(1, Handle(*wide)));
-  EXPECT_EQ(dense.elementCount(), 0u);
-  EXPECT_FALSE(dense.ensureSpaceForElement(1));  // the allocated count is 1: nothing changes
-  EXPECT_EQ(dense.physicalElementCount(), 1u);
-  EXPECT_TRUE(dense.ensureSpaceForElement(2));  // 2 x 3 / 2 = 3 slots
-  EXPECT_EQ(dense.physicalElementCount(), 3u);
-  EXPECT_TRUE(Handle(*wide, dense.elementAddr(2)).isDefault());
-
-  // An index whose x 3 wraps past 32 bits allocates nothing and keeps the block.
-  StructureRef s = wordStructure();
-  StreamImplDense words(*s, "D");
-  ASSERT_TRUE(words.setElement(5, word(*s, 5)));
-  EXPECT_FALSE(words.ensureSpaceForElement(0xAAAAAAABu));
-  EXPECT_FALSE(words.ensureSpaceForElement(0xFFFFFFFCu));
-  EXPECT_EQ(words.physicalElementCount(), 1024u);
-  EXPECT_EQ(*Handle(words.element(5)).asInt32(), 5);
 }
 
 }  // namespace
