@@ -30,13 +30,6 @@ using kivo::Data::Member;
 using kivo::Test::makeStructure;
 using kivo::Test::StructureRef;
 
-// Forces the stream code for as long as it lives.
-class StreamTextOnly {
- public:
-  StreamTextOnly() { kivo::Detail::streamTextOnly() = true; }
-  ~StreamTextOnly() { kivo::Detail::streamTextOnly() = false; }
-};
-
 std::string streamText(double value, std::streamsize precision = 6) {
   std::ostringstream out;
   out.imbue(std::locale::classic());
@@ -50,25 +43,11 @@ std::string streamText(double value, std::streamsize precision = 6) {
 // near powers of ten, and the edges.
 std::vector<double> doubleCorpus(size_t count) {
   std::mt19937_64 random(11);
-  std::vector<double> values = {0.0,
-                                -0.0,
-                                1.0,
-                                0.1,
-                                1e20,
-                                1234567.0,
-                                999999.5,
-                                9999995.0,
-                                0.00001,
-                                0.0001,
-                                123456.5,
-                                std::numeric_limits<double>::max(),
-                                std::numeric_limits<double>::min(),
-                                std::numeric_limits<double>::denorm_min(),
-                                std::numeric_limits<float>::max(),
-                                std::numeric_limits<double>::infinity(),
-                                -std::numeric_limits<double>::infinity(),
-                                std::numeric_limits<double>::quiet_NaN(),
-                                -std::numeric_limits<double>::quiet_NaN()};
+  using limits = std::numeric_limits<double>;
+  std::vector<double> values = {
+      0.0, -0.0, 1.0, 0.1, 1e20, 1234567.0, 999999.5, 9999995.0, 0.00001, 0.0001, 123456.5,
+      limits::max(), limits::min(), limits::denorm_min(), std::numeric_limits<float>::max(),
+      limits::infinity(), -limits::infinity(), limits::quiet_NaN(), -limits::quiet_NaN()};
   for (size_t i = 0; i < count; ++i) {
     const uint64_t bits = random();
     double any;
@@ -160,12 +139,9 @@ FromStrOutcome fromStrWith(bool streamOnly, Member::eDataType type, const std::s
   Handle h(*s);
   FromStrOutcome outcome;
   outcome.errors = "earlier\n";
-  if (streamOnly) {
-    StreamTextOnly only;
-    outcome.result = h.fromStr(text, 1, outcome.errors);
-  } else {
-    outcome.result = h.fromStr(text, 1, outcome.errors);
-  }
+  kivo::Detail::streamTextOnly() = streamOnly;  // the stream code for this call only
+  outcome.result = h.fromStr(text, 1, outcome.errors);
+  kivo::Detail::streamTextOnly() = false;
   std::ostringstream exact;
   exact.imbue(std::locale::classic());
   exact.precision(17);

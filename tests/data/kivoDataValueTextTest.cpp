@@ -184,14 +184,6 @@ TEST(ValueTextFromStr, IndexBeyondTheMemberOrNoMember) {
   EXPECT_EQ(h.str(0), "");
 }
 
-TEST(ValueTextFromStr, StoringAStringReplacesThePreviousOne) {
-  StructureRef s = single(Member::kString, 1);
-  Handle h(*s);
-  std::string errors;
-  for (const char* text : {"one", "two", "three"}) EXPECT_EQ(h.fromStr(text, 0, errors), 0u);
-  EXPECT_EQ(h.str(0), "three");  // the leak checker proves "one" and "two" were freed
-}
-
 TEST(ValueTextMatrix, BadEntriesAreReportedAndSkipped) {
   StructureRef s = single(Member::kDoubleMatrix4x4, 1);
   Handle h(*s);
