@@ -1,6 +1,7 @@
 // AssociationsRawFormat.*  associations <-> text: empty channels skipped,
 //                          round trips, channels named by their own name
-//                          line, exact read messages, help text
+//                          line, exact read messages (missing end markers
+//                          and over-long lines at every level), help text
 #include <kivo/data/kivoDataAssociations.h>
 #include <kivo/data/kivoDataChannel.h>
 #include <kivo/data/kivoDataHandle.h>
@@ -108,7 +109,7 @@ TEST_F(AssociationsRawFormat, ChannelLineTypeIsIgnoredForTheNameLine) {
 
 struct BadText {
   std::string text;
-  const char* errors;
+  std::string errors;
 };
 
 TEST_F(AssociationsRawFormat, RejectsBadTextWithExactMessages) {
@@ -132,6 +133,22 @@ TEST_F(AssociationsRawFormat, RejectsBadTextWithExactMessages) {
        "1 error found, Stream not created\n"
        "1 error found, Channel not created\n"
        "1 error found, Associations not created\n"},
+      // the channel's terminator missing
+      {"channel\nname C\nstream\nname s\nstructure Tag\n0\n\"x\"\nendStream\n",
+       "Missing Channel keyword on or about character 60\n1 error found, Channel not created\n"
+       "1 error found, Associations not created\n"},
+      // a channel line over 1024 bytes fails the input for both readers
+      {"channel " + std::string(1100, 'c') + "\nname C\nendChannel\nendAssociations\n",
+       "Missing Channel keyword on or about character 1031\n1 error found, Channel not created\n"
+       "Missing Associations keyword on or about character 1031\n"
+       "2 errors found, Associations not created\n"},
+      {"channel\nname C\nendChannel\n" + std::string(2000, ' ') + "endAssoc",
+       "Unrecognized keyword 'endAssoc' on or about character 2035\n"
+       "1 error found, Associations not created\n"},
+      // a word longer than a line is quoted up to 1023 characters
+      {std::string(5000000, 'k'), "Unrecognized keyword '" + std::string(1023, 'k') +
+                                      "' on or about character 1024\n"
+                                      "1 error found, Associations not created\n"},
   };
   for (const BadText& c : cases) {
     SCOPED_TRACE(c.text);

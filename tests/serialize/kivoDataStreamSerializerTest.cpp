@@ -13,9 +13,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -46,9 +44,11 @@ std::unique_ptr<Stream> readText(const std::string& text, std::string& errors) {
   return std::unique_ptr<Stream>(raw().read(in, errors));
 }
 
-// Registers the structures a test needs and removes them afterwards.
+// Registers the structures a test needs and removes them afterwards; no read
+// leaves a structure behind.
 class StreamRawTest : public ::testing::Test {
  protected:
+  void SetUp() override { fBefore = Structure::allStructures(); }
   Structure& define(const char* name,
                     std::vector<std::pair<Member::eDataType, unsigned int>> members) {
     Structure* structure = Structure::create();
@@ -63,10 +63,12 @@ class StreamRawTest : public ::testing::Test {
   }
   void TearDown() override {
     for (Structure* structure : fRegistered) Structure::deregisterStructure(*structure);
+    EXPECT_EQ(Structure::allStructures(), fBefore);
   }
 
  private:
   std::vector<Structure*> fRegistered;
+  Structure::StructureSet fBefore;
 };
 
 using StreamRawWrite = StreamRawTest;
@@ -290,15 +292,23 @@ TEST_F(StreamRawRead, HeaderKeywordsArePrefixesAndMayComeInAnyOrder) {
 }
 
 struct BadText {
-  const char* text;
-  const char* errors;
+  std::string text;
+  std::string errors;
 };
+
+// A stream of structure `structure` whose one element holds `values`.
+std::string single(const char* structure, const char* values) {
+  return std::string("name s\nstructure ") + structure + "\n0\n" + values + "\nendStream\n";
+}
 
 TEST_F(StreamRawRead, RejectsBadTextWithExactMessages) {
   define("Rec", {{Member::kInt8, 1}, {Member::kBoolean, 1}, {Member::kString, 1}});
   define("Mat", {{Member::kDoubleMatrix4x4, 1}});
   define("FltMat", {{Member::kFloatMatrix4x4, 2}});
-  const std::string tooLong = "name " + std::string(1100, 'a') + "\nstructure Rec\n";
+  define("F", {{Member::kFloat, 1}});
+  define("D", {{Member::kDouble, 1}});
+  define("M", {{Member::kFloatMatrix4x4, 1}});
+  const std::string one = "1 error found, Stream not created\n";
   const BadText cases[] = {
       {"", "Index data encountered before Stream name specified at record 0\n"
            "1 error found, Stream not created\n"},
@@ -356,8 +366,8 @@ TEST_F(StreamRawRead, RejectsBadTextWithExactMessages) {
        "numeric\n"
        "Missing 'endStream' after record 5\n"
        "2 errors found, Stream not created\n"},
-      {tooLong.c_str(), "Line at record 1 is longer than 1023 characters\n"
-                        "1 error found, Stream not created\n"},
+      {"name " + std::string(1100, 'a') + "\nstructure Rec\n",
+       "Line at record 1 is longer than 1023 characters\n1 error found, Stream not created\n"},
       {"name S\nstructure Rec\n0\n1 true \"x\"\n7\n1 true \"y\"" "\n" "  "
        "\n\n\n", "Missing 'endStream' after record 9\n1 error found, Stream not created\n"},
       {"name S\nstructure Mat\n0\n1 2 x 4 5 6 7 8 9 10 11 12 13 14 y 16\nendStream\n",
@@ -369,6 +379,18 @@ TEST_F(StreamRawRead, RejectsBadTextWithExactMessages) {
        "Float matrix on or about character 73 has invalid value at row 0, column 2\n"
        "Missing 'endStream' after record 4\n"
        "3 errors found, Stream not created\n"},
+      // Numbers a float or a double cannot hold.
+      {single("F", "nan"), "Float value in record 4 on or about character 22 is invalid\n" + one},
+      {single("F", "inf"), "Float value in record 4 on or about character 22 is invalid\n" + one},
+      {single("F", "-inf"), "Float value in record 4 on or about character 23 is invalid\n" + one},
+      {single("F", "1e39"), "Float value in record 4 on or about character 26 is invalid\n" + one},
+      {single("F", "-1e39"), "Float value in record 4 on or about character 27 is invalid\n" + one},
+      {single("D", "inf"), "Double value in record 4 on or about character 22 is invalid\n" + one},
+      {single("D", "-nan"), "Double value in record 4 on or about character 23 is invalid\n" + one},
+      {single("M", "nan 1 2 3 4 5 6 7 8 9 10 11 12 13 14 1e39"),
+       "Float matrix on or about character 22 has invalid value at row 0, column 0\n"
+       "Float matrix on or about character 63 has invalid value at row 3, column 3\n"
+       "2 errors found, Stream not created\n"},
   };
   for (const BadText& c : cases) {
     SCOPED_TRACE(c.text);
@@ -414,8 +436,7 @@ TEST_F(StreamRawRead, ChecksEveryValueAgainstItsType) {
     const std::string name = std::string("One ") + Member::typeName(c.type);
     if (!Structure::structureByName(name.c_str())) define(name.c_str(), {{c.type, 1}});
     std::string errors;
-    std::unique_ptr<Stream> stream =
-        readText("name S\nstructure " + name + "\n0\n" + c.text + "\nendStream\n", errors);
+    std::unique_ptr<Stream> stream = readText(single(name.c_str(), c.text), errors);
     if (c.shown) {
       ASSERT_TRUE(stream) << errors;
       EXPECT_EQ(contents(*stream)[1], c.shown);

@@ -3,6 +3,9 @@
 //                     fails the read and what does not
 // StructureRawFormat.*  round trips, registration at load, description text
 // StructureDebugFormat.*  the write-only debug format
+// StructureRawHostile.*  structure texts found by fuzzing: whatever the reader
+//                        accepts, its writer writes as a text that reads back
+//                        equal, and nothing in a name is dropped silently
 #include <kivo/data/kivoDataStructure.h>
 #include <kivo/serialize/kivoDataStructureSerializerDebug.h>
 #include <kivo/serialize/kivoDataStructureSerializerRaw.h>
@@ -78,20 +81,34 @@ TEST(StructureRawRead, AcceptsColonsNewlinesAndNameAnywhere) {
   }
 }
 
-TEST(StructureRawRead, SeparatorMessageAloneKeepsTheStructure) {
+TEST(StructureRawRead, SeparatorMessagesKeepTheStructureAndTheWholeInputIsRead) {
+  // "float=b=c" has one '=' too many, "int8" and the trailing lines none.
+  std::istringstream in("name=S:int32=a:float=b=c:int8\nendStream\nmore text");
   std::string errors;
-  StructureRef s = readText("name=S:int32=a:float=b=c:int8", errors);
+  StructureRef s(raw().read(in, errors));
   ASSERT_TRUE(s);
-  EXPECT_EQ(errors,
-            "Member type and name must be separated by '='\n"
-            "Member type and name must be separated by '='");
+  std::string expected;
+  for (int i = 0; i < 4; ++i) expected += "\nMember type and name must be separated by '='";
+  EXPECT_EQ(errors, expected.substr(1));
   EXPECT_EQ(writeText(*s), "name=S:int32=a");
+  EXPECT_TRUE(in.eof());
+  EXPECT_EQ(in.rdbuf()->sgetc(), std::char_traits<char>::eof());
 }
 
 struct Rejected {
-  const char* text;
+  std::string text;
   const char* errors;
 };
+
+template <size_t N>
+void expectRejected(const Rejected (&cases)[N]) {
+  for (const Rejected& c : cases) {
+    SCOPED_TRACE(c.text);
+    std::string errors = "previous";
+    EXPECT_FALSE(readText(c.text, errors));
+    EXPECT_EQ(errors, c.errors);
+  }
+}
 
 TEST(StructureRawRead, RejectsBadFieldsWithExactMessages) {
   const Rejected cases[] = {
@@ -111,12 +128,19 @@ TEST(StructureRawRead, RejectsBadFieldsWithExactMessages) {
        "dimension specification"},
       {"int32=a:float=b", "Name is missing; member type 'name' is used to set it"},
       {"name=S:dbl4x4[33554432]=big", "Member 'dbl4x4[33554432]' is too large"},
+      {"name=S:flt4x4[4194304]=m", "Member 'flt4x4[4194304]' is too large"},
       {"name=S:int8[67108865]=big", "Member 'int8[67108865]' is too large"},
       {"name=S:float[4294967295]=big", "Member 'float[4294967295]' is too large"},
       {"name=S:float[99999999999]=big", "Member 'float[99999999999]' is too large"},
       {"name=S:float[-1]=wraps", "Member 'float[-1]' is too large"},
       {"name=S:float[0]=none", "Member 'float[0]' needs a dimension of at least 1"},
       {"name=S:float[x]=none", "Member 'float[x]' needs a dimension of at least 1"},
+      // Dimensions without a number.
+      {"name=S:float[]=a", "Member 'float[]' needs a dimension of at least 1"},
+      {"name=S:float[ ]=a", "Member 'float[ ]' needs a dimension of at least 1"},
+      {"name=S:float[+]=a:int8[-0]=b",
+       "Member 'float[+]' needs a dimension of at least 1\n"
+       "Member 'int8[-0]' needs a dimension of at least 1"},
       {"name=S:float]3[=v", "Member type 'float]3' not recognized"},
       {"name=S:float [3]=v", "Member type 'float ' not recognized"},
       {"name=S:int32==", "Member 'int32' needs a name"},
@@ -126,24 +150,7 @@ TEST(StructureRawRead, RejectsBadFieldsWithExactMessages) {
        "Member type and name must be separated by '='\n"
        "Name is missing; member type 'name' is used to set it"},
   };
-  for (const Rejected& c : cases) {
-    SCOPED_TRACE(c.text);
-    std::string errors = "previous";
-    EXPECT_FALSE(readText(c.text, errors));
-    EXPECT_EQ(errors, c.errors);
-  }
-}
-
-TEST(StructureRawRead, ConsumesTheWholeInput) {
-  std::istringstream in("name=S:int32=a\nendStream\nmore text");
-  std::string errors;
-  StructureRef s(raw().read(in, errors));
-  EXPECT_TRUE(s);  // the trailing lines are read as fields without "="
-  EXPECT_EQ(errors,
-            "Member type and name must be separated by '='\n"
-            "Member type and name must be separated by '='");
-  EXPECT_TRUE(in.eof());
-  EXPECT_EQ(in.rdbuf()->sgetc(), std::char_traits<char>::eof());
+  expectRejected(cases);
 }
 
 TEST(StructureRawFormat, RoundTripsEveryTypeAndLength) {
@@ -243,6 +250,45 @@ TEST(StructureDebugFormat, WritesThePrintOnlyAndIsFoundOnlyOnceRegistered) {
             "\nThe Debug format will be self-explanatory"
             "\nas it dumps all of the  information about"
             "\nthe structure in a verbose format.");
+}
+
+// "name==" and "name= =" split into the key and an empty value: a structure
+// named "" would be written as "name=", which reads as a field without '='
+// and no name at all.
+TEST(StructureRawHostile, EmptyNameIsRefusedOrReadsBack) {
+  for (const char* text : {"int32=a:name==", "name= =:int32=a"}) {
+    SCOPED_TRACE(text);
+    std::string errors;
+    StructureRef first = readText(text, errors);
+    if (!first) {
+      EXPECT_FALSE(errors.empty());
+      continue;
+    }
+    const std::string written = writeText(*first);
+    StructureRef second = readText(written, errors);
+    ASSERT_TRUE(second) << written << " gives " << errors;
+    EXPECT_TRUE(*second == *first) << written;
+  }
+}
+
+// A NUL inside a name would cut the name short ("a\0b" stored as "a"), and
+// a name cut just after a blank ("b\f\0c") no longer reads back, since the
+// reader trims names: such text is refused with a message.
+TEST(StructureRawHostile, NulInsideANameIsRefused) {
+  const Rejected cases[] = {
+      {std::string("name=S:int32=a\0b", 16), "Field 'int32=a\\0b' holds a NUL character"},
+      {std::string("name=S:int32=b\f\0c", 17), "Field 'int32=b\f\\0c' holds a NUL character"},
+      {std::string("name=S\0T:int32=a", 16),
+       "Field 'name=S\\0T' holds a NUL character\n"
+       "Name is missing; member type 'name' is used to set it"},
+      {"int32=a:name=",
+       "Member type and name must be separated by '='\n"
+       "Name is missing; member type 'name' is used to set it"},
+      {"int32=a:name= =",
+       "Name is missing; member type 'name' is used to set it\n"
+       "Name is missing; member type 'name' is used to set it"},
+  };
+  expectRejected(cases);
 }
 
 }  // namespace
