@@ -13,12 +13,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <iomanip>
 #include <iterator>
-#include <limits>
 #include <locale>
 #include <memory>
 #include <random>
@@ -107,6 +105,24 @@ class StreamRawFast : public ::testing::Test {
 using StreamRawFastWrite = StreamRawFast;
 using StreamRawFastRead = StreamRawFast;
 
+// Accepts the first limit bytes, then refuses every further byte.
+class ShortBuffer : public std::streambuf {
+ public:
+  explicit ShortBuffer(size_t limit) : fLimit(limit) {}
+  std::string text;
+
+ protected:
+  int_type overflow(int_type c) override {
+    if (traits_type::eq_int_type(c, traits_type::eof()) || text.size() >= fLimit)
+      return traits_type::eof();
+    text += traits_type::to_char_type(c);
+    return c;
+  }
+
+ private:
+  size_t fLimit;
+};
+
 struct WriteOutcome {
   int result;
   std::string text;
@@ -114,17 +130,30 @@ struct WriteOutcome {
   std::ios::iostate state;
 };
 
-template <class Prepare>
-WriteOutcome writeWith(bool streamOnly, const Stream& stream, Prepare prepare) {
+using Prepare = void (*)(std::ostream&);
+void plain(std::ostream&) {}
+
+// Calls write(output, errors) on an output prepared by prepare that takes
+// limit bytes, with the stream code forced or not.
+template <class Write>
+WriteOutcome writeWith(bool streamOnly, Prepare prepare, Write write, size_t limit = SIZE_MAX) {
   Paths paths(streamOnly);
-  std::ostringstream out;
+  ShortBuffer buffer(limit);
+  std::ostream out(&buffer);
   prepare(out);
-  WriteOutcome outcome;
-  outcome.errors = "earlier\n";
-  outcome.result = raw().write(stream, out, outcome.errors);
-  outcome.text = out.str();
+  WriteOutcome outcome{0, "", "earlier\n", {}};
+  outcome.result = write(out, outcome.errors);
+  outcome.text = buffer.text;
   outcome.state = out.rdstate();
   return outcome;
+}
+
+WriteOutcome writeWith(bool streamOnly, const Stream& stream, Prepare prepare = plain,
+                       size_t limit = SIZE_MAX) {
+  return writeWith(
+      streamOnly, prepare,
+      [&](std::ostream& out, std::string& errors) { return raw().write(stream, out, errors); },
+      limit);
 }
 
 void expectSame(const WriteOutcome& fast, const WriteOutcome& slow) {
@@ -147,14 +176,12 @@ TEST_F(StreamRawFastWrite, RandomStreamsGiveTheStreamCodesBytes) {
   for (unsigned int seed = 0; seed < 12; ++seed) {
     SCOPED_TRACE(seed);
     std::unique_ptr<Stream> stream = randomStream(seed, 40, seed % 2 == 0);
-    auto plain = [](std::ostream&) {};
-    expectSame(writeWith(false, *stream, plain), writeWith(true, *stream, plain));
+    expectSame(writeWith(false, *stream), writeWith(true, *stream));
   }
 }
 
 TEST_F(StreamRawFastWrite, EveryOutputStateIsHonoured) {
   std::unique_ptr<Stream> stream = randomStream(5, 12, true);
-  using Prepare = void (*)(std::ostream&);
   const std::pair<const char*, Prepare> states[] = {
       {"precision 0", [](std::ostream& o) { o.precision(0); }},
       {"precision 1", [](std::ostream& o) { o.precision(1); }},
@@ -195,69 +222,30 @@ TEST_F(StreamRawFastWrite, IndicesAndIntegersStayDecimalWhateverTheFlags) {
   s->addMember(Member::kInt32, 1, "negative");
   s->addMember(Member::kFloat, 1, "x");
   ASSERT_TRUE(Structure::registerStructure(*s));
-  auto stream = std::make_unique<Stream>(*s, "ints");
-  Handle h(*s);
+  const std::string text =
+      "name ints\nindexType numeric\nstructure Ints\n10\n-100 -100 18446744073709551615 -123456 "
+      "1.5\n255\n-100 -100 18446744073709551615 -123456 1.5\nendStream\n";
+  std::istringstream in(text);
   std::string errors;
-  for (unsigned int m = 0; m < 4; ++m) {
-    h.setPositionByMemberIndex(m);
-    h.fromStr(m == 0 ? "-100" : m == 1 ? "18446744073709551615" : m == 2 ? "-123456" : "1.5", 0,
-              errors);
-  }
-  stream->setElement(Index(255), h);
-  stream->setElement(Index(10), h);
-  const std::string plain = writeWith(true, *stream, [](std::ostream&) {}).text;
-  using Prepare = void (*)(std::ostream&);
-  const std::pair<const char*, Prepare> states[] = {
-      {"hex", [](std::ostream& o) { o << std::hex << std::showbase; }},
-      {"oct", [](std::ostream& o) { o << std::oct; }},
-      {"showpos", [](std::ostream& o) { o << std::showpos; }},
-  };
-  for (const auto& [name, prepare] : states) {
-    SCOPED_TRACE(name);
-    std::istringstream in(writeWith(true, *stream, prepare).text);
-    std::unique_ptr<Stream> back(raw().read(in, errors));
+  std::unique_ptr<Stream> stream(raw().read(in, errors));
+  ASSERT_NE(stream, nullptr) << errors;
+  for (const Prepare prepare : {plain, +[](std::ostream& o) { o << std::hex << std::showbase; },
+                                +[](std::ostream& o) { o << std::oct; },
+                                +[](std::ostream& o) { o << std::showpos; }}) {
+    std::istringstream written(writeWith(true, *stream, prepare).text);
+    std::unique_ptr<Stream> back(raw().read(written, errors));
     ASSERT_NE(back, nullptr) << errors;
-    EXPECT_EQ(writeWith(true, *back, [](std::ostream&) {}).text, plain);
+    EXPECT_EQ(writeWith(true, *back).text, text);
   }
   stream.reset();
   Structure::deregisterStructure(*s);
 }
 
-// Accepts the first limit bytes, then refuses every further byte.
-class ShortBuffer : public std::streambuf {
- public:
-  explicit ShortBuffer(size_t limit) : fLimit(limit) {}
-  std::string text;
-
- protected:
-  int_type overflow(int_type c) override {
-    if (traits_type::eq_int_type(c, traits_type::eof()) || text.size() >= fLimit)
-      return traits_type::eof();
-    text += traits_type::to_char_type(c);
-    return c;
-  }
-
- private:
-  size_t fLimit;
-};
-
 TEST_F(StreamRawFastWrite, AnOutputThatFailsHalfwayGetsTheSameBytes) {
   std::unique_ptr<Stream> stream = randomStream(9, 30, true);
   for (size_t limit : {size_t(0), size_t(10), size_t(100), size_t(2000), size_t(100000)}) {
     SCOPED_TRACE(limit);
-    std::string texts[2];
-    std::string errors[2];
-    int results[2];
-    for (int slow = 0; slow < 2; ++slow) {
-      Paths paths(slow == 1);
-      ShortBuffer buffer(limit);
-      std::ostream out(&buffer);
-      results[slow] = raw().write(*stream, out, errors[slow]);
-      texts[slow] = buffer.text;
-    }
-    EXPECT_EQ(texts[0], texts[1]);
-    EXPECT_EQ(errors[0], errors[1]);
-    EXPECT_EQ(results[0], results[1]);
+    expectSame(writeWith(false, *stream, plain, limit), writeWith(true, *stream, plain, limit));
   }
 }
 
@@ -265,27 +253,22 @@ TEST_F(StreamRawFastWrite, WriteMemberAloneHonoursTheLocaleAndFlags) {
   std::unique_ptr<Stream> stream = randomStream(3, 1, true);
   Handle element = stream->element(Index(1));
   ASSERT_TRUE(element.hasData());
-  using Prepare = void (*)(std::ostream&);
   const Prepare states[] = {
-      [](std::ostream&) {},
+      plain,
       [](std::ostream& o) { o.imbue(std::locale(std::locale::classic(), new Grouping)); },
       [](std::ostream& o) { o.imbue(std::locale(std::locale::classic(), new Comma)); },
       [](std::ostream& o) { o << std::showpos << std::setprecision(3); },
       [](std::ostream& o) { o << std::setw(12) << std::setfill('*'); },
   };
+  auto write = [&](std::ostream& out, std::string& errors) {
+    return raw().writeMember(element, 1, out, errors);
+  };
   for (const Prepare prepare : states) {
-    for (unsigned int m = 0; m < fStructure->memberCount(); ++m) {
-      std::string texts[2];
-      for (int slow = 0; slow < 2; ++slow) {
-        Paths paths(slow == 1);
-        std::ostringstream out;
-        prepare(out);
-        element.setPositionByMemberIndex(m);
-        std::string errors;
-        EXPECT_EQ(raw().writeMember(element, 1, out, errors), 0);
-        texts[slow] = out.str();
-      }
-      EXPECT_EQ(texts[0], texts[1]) << "member " << m;
+    for (unsigned int m = 0; element.setPositionByMemberIndex(m); ++m) {
+      SCOPED_TRACE(m);
+      const WriteOutcome slow = writeWith(true, prepare, write);
+      EXPECT_EQ(slow.result, 0);
+      expectSame(writeWith(false, prepare, write), slow);
     }
   }
 }
