@@ -9,7 +9,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <limits>
 #include <locale>
 #include <string>
 
