@@ -96,33 +96,28 @@ TEST(SerializerRawKeywords, FixedTableWithThreeNameEntries) {
 }
 
 struct Rewrite {
+  std::string (*rewrite)(std::string&);
   const char* text;
   const char* result;
 };
 
-TEST(SerializerRawText, CollapseWhitespaceOnlyTrims) {
+// Each rewrite changes its argument in place and returns the result.
+TEST(SerializerRawText, CollapseWhitespaceOnlyTrimsStandardizeSeparatorsKeepsTheLastOfEachRun) {
+  const auto collapse = SerializerRaw::collapseWhitespace;
+  const auto standardize = SerializerRaw::standardizeSeparators;
   const Rewrite cases[] = {
-      {"  a b  ", "a b"}, {"   ", ""},         {"", ""},
-      {"a  b", "a  b"},   {"\t\n\r\v\fx\n", "x"}, {"x", "x"},
+      {collapse, "  a b  ", "a b"},       {collapse, "   ", ""},         {collapse, "", ""},
+      {collapse, "a  b", "a  b"},         {collapse, "\t\n\r\v\fx\n", "x"}, {collapse, "x", "x"},
+      {standardize, "a\n\n:b\n", "a:b:"}, {standardize, "a\n \nb", "a: :b"},
+      {standardize, ":\n::a", ":a"},      {standardize, "a\n:", "a:"},
+      {standardize, "a:\n", "a:"},        {standardize, "\n", ":"},
+      {standardize, "", ""},              {standardize, "a b", "a b"},
+      {standardize, "a: \n:b", "a: :b"},  {standardize, "::::::", ":"},
   };
   for (const Rewrite& c : cases) {
     SCOPED_TRACE(c.text);
     std::string text = c.text;
-    EXPECT_EQ(SerializerRaw::collapseWhitespace(text), c.result);
-    EXPECT_EQ(text, c.result);
-  }
-}
-
-TEST(SerializerRawText, StandardizeSeparatorsKeepsTheLastOfEachRun) {
-  const Rewrite cases[] = {
-      {"a\n\n:b\n", "a:b:"},     {"a\n \nb", "a: :b"}, {":\n::a", ":a"}, {"a\n:", "a:"},
-      {"a:\n", "a:"},            {"\n", ":"},          {"", ""},         {"a b", "a b"},
-      {"a: \n:b", "a: :b"},      {"::::::", ":"},
-  };
-  for (const Rewrite& c : cases) {
-    SCOPED_TRACE(c.text);
-    std::string text = c.text;
-    EXPECT_EQ(SerializerRaw::standardizeSeparators(text), c.result);
+    EXPECT_EQ(c.rewrite(text), c.result);
     EXPECT_EQ(text, c.result);
   }
 }

@@ -76,32 +76,20 @@ using StreamRawRoundTrip = StreamRawTest;
 using StreamRawRead = StreamRawTest;
 
 TEST_F(StreamRawWrite, HeaderThenIndexAndValueLinesThenTerminator) {
-  Structure& s = define("Sample", {{Member::kInt32, 1},
-                                   {Member::kString, 1},
-                                   {Member::kFloat, 3},
-                                   {Member::kBoolean, 1},
-                                   {Member::kInt8, 2}});
+  Structure& s = define("Sample", {{Member::kInt32, 1}, {Member::kString, 1}, {Member::kFloat, 3},
+                                   {Member::kBoolean, 1}, {Member::kInt8, 2}});
   Stream stream(s, "S1");
   Handle h(s);
   std::string errors;
-  h.setPositionByMemberIndex(0);
-  *h.asInt32() = 12;
-  h.setPositionByMemberIndex(1);
-  h.fromStr("say \"hi\"\\\n", 0, errors);
-  h.setPositionByMemberIndex(2);
-  const float origin[3] = {-12.3f, 8.0f, 0.5f};
-  std::memcpy(h.asFloat(), origin, sizeof origin);
-  h.setPositionByMemberIndex(3);
-  *h.asBoolean() = true;
-  h.setPositionByMemberIndex(4);
-  h.asInt8()[0] = -5;
-  h.asInt8()[1] = 65;
+  const char* const values[][3] = {
+      {"12"}, {"say \"hi\"\\\n"}, {"-12.3", "8", "0.5"}, {"1"}, {"-5", "65"}};
+  for (unsigned int m = 0; h.setPositionByMemberIndex(m); ++m) {
+    for (unsigned int i = 0; i < h.dataLength(); ++i) h.fromStr(values[m][i], i, errors);
+  }
+  EXPECT_EQ(errors, "");
   ASSERT_TRUE(stream.setElement(Index(3), h));
   EXPECT_EQ(writeText(stream),
-            "name S1\n"
-            "indexType numeric\n"
-            "structure Sample\n"
-            "3\n"
+            "name S1\nindexType numeric\nstructure Sample\n3\n"
             "12 \"say \\\"hi\\\"\\\\\\n\" -12.3 8 0.5 true -5 65\n"
             "endStream\n");
   Stream empty(s, "Empty");
