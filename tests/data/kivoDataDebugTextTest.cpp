@@ -39,6 +39,7 @@ using kivo::Data::StreamImplDense;
 using kivo::Data::Structure;
 using kivo::Debug::Footprint;
 using kivo::Debug::Print;
+using kivo::Test::element;
 using kivo::Test::makeStructure;
 using kivo::Test::StructureRef;
 
@@ -56,12 +57,6 @@ Handle point(const Structure& s, int id, float a, float b) {
   h.setPositionByMemberIndex(1);
   h.asFloat()[0] = a;
   h.asFloat()[1] = b;
-  return h;
-}
-
-Handle word(const Structure& s, int value) {
-  Handle h(s);
-  *h.asInt32() = value;
   return h;
 }
 
@@ -122,7 +117,7 @@ TEST(DebugTextStream, IndexFieldGrowsWithEachDivisionByTenAboveTen) {
   for (const Width& c : cases) {
     SCOPED_TRACE(c.count);
     StreamImplDense dense(*s, "D");
-    for (unsigned int i = 0; i < c.count; ++i) dense.setElement(i, word(*s, int(i)));
+    for (unsigned int i = 0; i < c.count; ++i) dense.setElement(i, element(*s, int(i)));
     const std::string text = printed(&dense);
     EXPECT_NE(text.find("        " + std::string(c.first)), std::string::npos);
     EXPECT_NE(text.find("        " + std::string(c.last) + "    }\n}\n"), std::string::npos);
@@ -132,8 +127,8 @@ TEST(DebugTextStream, IndexFieldGrowsWithEachDivisionByTenAboveTen) {
 TEST(DebugTextStream, MappedStreamListsEntriesInKeyOrderWithTheRange) {
   StructureRef s = wordStructure();
   Stream stream(*s, "Sparse");
-  stream.setElement(40, word(*s, 4));
-  stream.setElement(7, word(*s, -3));
+  stream.setElement(40, element(*s, 4));
+  stream.setElement(7, element(*s, -3));
   stream.setElementRange(2, 99);
   EXPECT_EQ(printed(&stream),
             "Data Stream (Mapped)\n"
@@ -151,7 +146,7 @@ TEST(DebugTextStream, MappedStreamListsEntriesInKeyOrderWithTheRange) {
 
   Stream named(*s, "Named");
   ASSERT_TRUE(named.setIndexType("string"));
-  named.setElement(Index(IndexString("tip")), word(*s, 1));
+  named.setElement(Index(IndexString("tip")), element(*s, 1));
   EXPECT_NE(printed(&named).find("        Index (tip), Handle (1 elements: [ 1 ])\n"),
             std::string::npos);
 }
@@ -159,7 +154,7 @@ TEST(DebugTextStream, MappedStreamListsEntriesInKeyOrderWithTheRange) {
 TEST(DebugTextStream, HexFilterAddsAddresses) {
   StructureRef s = wordStructure();
   StreamImplDense dense(*s, "D");
-  dense.setElement(0, word(*s, 258));
+  dense.setElement(0, element(*s, 258));
   const std::string text = printed(&dense, true);
   const void* slot = dense.elementAddr(0);
   EXPECT_NE(text.find("    PTR: " + pointerText(&dense) + "\n    Highest valid index = 1\n"),
@@ -171,7 +166,7 @@ TEST(DebugTextStream, HexFilterAddsAddresses) {
       << text;
 
   Stream mapped(*s, "M");
-  mapped.setElement(3, word(*s, 1));
+  mapped.setElement(3, element(*s, 1));
   const std::string mappedText = printed(&mapped, true);
   EXPECT_NE(mappedText.find("    PTR: 0x"), std::string::npos);
   EXPECT_EQ(printed(&mapped).find("PTR: "), std::string::npos);
@@ -190,7 +185,7 @@ TEST(DebugTextChannel, SectionsPerStreamOrEmptyChannel) {
   StructureRef s = wordStructure();
   Channel channel("face");
   Stream a(*s, "a");
-  a.setElement(1, word(*s, 5));
+  a.setElement(1, element(*s, 5));
   channel.setDataStream(a);
   EXPECT_EQ(printed(&channel),
             "Channel face\n"
@@ -240,7 +235,7 @@ TEST(DebugTextAssociations, TitleThenNoChannelsOrEachChannel) {
 TEST(DebugTextFootprint, CountsOwnedBlocksAndRecursesIntoHeldObjects) {
   StructureRef s = wordStructure();
   StreamImplDense dense(*s, "D");
-  dense.setElement(10, word(*s, 1));
+  dense.setElement(10, element(*s, 1));
   Footprint blocks;
   blocks.setIgnoreObjects(true);
   StreamImplDense::Debug(&dense, blocks);
@@ -256,8 +251,8 @@ TEST(DebugTextFootprint, CountsOwnedBlocksAndRecursesIntoHeldObjects) {
   Stream mapped(*s, "M");
   Footprint before;
   Stream::Debug(&mapped, before);
-  mapped.setElement(1, word(*s, 1));
-  mapped.setElement(2, word(*s, 2));
+  mapped.setElement(1, element(*s, 1));
+  mapped.setElement(2, element(*s, 2));
   Footprint after;
   Stream::Debug(&mapped, after);
   // Each entry: its node, its key, its handle and the handle's block.

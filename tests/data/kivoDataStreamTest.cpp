@@ -32,34 +32,18 @@ using kivo::Data::StreamImplDense;
 using kivo::Data::StreamIterator;
 using kivo::Data::StreamIteratorImpl;
 using kivo::Data::Structure;
+using kivo::Test::element;
 using kivo::Test::makeStructure;
 using kivo::Test::StructureRef;
+using kivo::Test::textOf;
 using kivo::Test::thrownText;
+using kivo::Test::valueOf;
 
-// "id" int32, "label" string: 16 bytes an element.
-StructureRef labelled() {
-  return makeStructure("Labelled", {{Member::kInt32, 1, "id"}, {Member::kString, 1, "label"}});
-}
+// "v" int32, "s" string: 16 bytes an element.
+StructureRef labelled() { return kivo::Test::valueAndText("Labelled"); }
 
 // One int32: 4 bytes an element, 1024 slots in the first allocation.
 StructureRef word() { return makeStructure("Word", {{Member::kInt32, 1, "v"}}); }
-
-// A detached element holding id (the first member) and label.
-Handle element(const Structure& s, int id, const char* label = "") {
-  Handle h(s);
-  std::string errors;
-  h.setPositionByMemberIndex(0);
-  *h.asInt32() = id;
-  if (h.setPositionByMemberName("label")) h.fromStr(label, 0, errors);
-  return h;
-}
-
-int idOf(Handle h) {
-  if (!h.setPositionByMemberIndex(0) || !h.asInt32()) return -1;
-  return *h.asInt32();
-}
-
-std::string labelOf(Handle h) { return h.setPositionByMemberName("label") ? h.str(0) : "?"; }
 
 // The indices met walking the stream with the prefix increment.
 std::vector<std::string> walk(const Stream& stream) {
@@ -92,7 +76,7 @@ TEST(StreamSharing, CopiesShareUntilMadeUnique) {
   Stream b = a;
   EXPECT_TRUE(a == b);
   EXPECT_TRUE(a.setElement(1, element(*s, 7, "seven")));
-  EXPECT_EQ(idOf(b.element(1)), 7);
+  EXPECT_EQ(valueOf(b.element(1)), 7);
   b.setName("Renamed");
   EXPECT_EQ(a.name(), "Renamed");
 
@@ -100,8 +84,8 @@ TEST(StreamSharing, CopiesShareUntilMadeUnique) {
   EXPECT_FALSE(b.makeUnique());  // no longer shared
   EXPECT_FALSE(a == b);
   b.setElement(1, element(*s, 8, "eight"));
-  EXPECT_EQ(labelOf(a.element(1)), "seven");
-  EXPECT_EQ(labelOf(b.element(1)), "eight");
+  EXPECT_EQ(textOf(a.element(1)), "seven");
+  EXPECT_EQ(textOf(b.element(1)), "eight");
 
   Stream same(*s, "Renamed");
   same.setElement(1, element(*s, 7, "seven"));
@@ -115,19 +99,19 @@ TEST(StreamMapped, StoresIndependentDeepCopies) {
   stream.setElement(3, source);
   stream.setElement(4, source);
   Handle third = stream.element(3);
-  third.setPositionByMemberName("label");
+  third.setPositionByMemberName("s");
   std::string errors;
   third.fromStr("changed", 0, errors);
-  EXPECT_EQ(labelOf(stream.element(3)), "changed");
-  EXPECT_EQ(labelOf(stream.element(4)), "first");
-  EXPECT_EQ(labelOf(source), "first");
+  EXPECT_EQ(textOf(stream.element(3)), "changed");
+  EXPECT_EQ(textOf(stream.element(4)), "first");
+  EXPECT_EQ(textOf(source), "first");
   // The stored element does not keep the caller's member position.
-  source.setPositionByMemberName("label");
+  source.setPositionByMemberName("s");
   stream.setElement(7, source);
   EXPECT_EQ(stream.element(7).index(), 0u);
   // Storing an element onto itself keeps it.
   EXPECT_TRUE(stream.setElement(3, stream.element(3)));
-  EXPECT_EQ(labelOf(stream.element(3)), "changed");
+  EXPECT_EQ(textOf(stream.element(3)), "changed");
   // Another structure object, even an equal one, is refused.
   StructureRef other = labelled();
   EXPECT_FALSE(stream.setElement(5, element(*other, 5)));
@@ -143,7 +127,7 @@ TEST(StreamMapped, ComplexIndicesKeyElements) {
   stream.setElement(Index(IndexPair(2, 0)), element(*s, 20));
   stream.setElement(Index(IndexPair(1, 9)), element(*s, 19));
   EXPECT_EQ(walk(stream), (std::vector<std::string>{"1 9", "2 0"}));
-  EXPECT_EQ(idOf(stream.element(Index::doCreate("pair", "2 0"))), 20);
+  EXPECT_EQ(valueOf(stream.element(Index::doCreate("pair", "2 0"))), 20);
   EXPECT_FALSE(stream.setIndexType("triple"));
 }
 
@@ -153,17 +137,17 @@ TEST(StreamMapped, ReindexSwapRemoveAndRange) {
   stream.setElement(5, element(*s, 5, "five"));
   stream.setElement(9, element(*s, 9, "nine"));
   EXPECT_TRUE(stream.reindexElement(5, 5));
-  EXPECT_EQ(labelOf(stream.element(5)), "five");
+  EXPECT_EQ(textOf(stream.element(5)), "five");
   EXPECT_FALSE(stream.reindexElement(6, 7));
 
   EXPECT_FALSE(stream.swapElements(5, 6));
   EXPECT_TRUE(stream.swapElements(5, 9));
-  EXPECT_EQ(labelOf(stream.element(5)), "nine");
-  EXPECT_EQ(labelOf(stream.element(9)), "five");
+  EXPECT_EQ(textOf(stream.element(5)), "nine");
+  EXPECT_EQ(textOf(stream.element(9)), "five");
 
   EXPECT_TRUE(stream.reindexElement(5, 9));
   EXPECT_FALSE(stream.hasElement(5));
-  EXPECT_EQ(labelOf(stream.element(9)), "nine");
+  EXPECT_EQ(textOf(stream.element(9)), "nine");
   EXPECT_EQ(stream.elementCount(), 1u);
 
   EXPECT_TRUE(stream.setElementRange(0, 100));
@@ -183,7 +167,7 @@ TEST(StreamMapped, MergeWalksNumericIndicesBelowTheOtherCount) {
   source.setElement(0, element(*s, 10));
   source.setElement(7, element(*s, 70));  // 7 is not below the count 2
   EXPECT_TRUE(target.mergeStream(source));
-  EXPECT_EQ(idOf(target.element(0)), 10);
+  EXPECT_EQ(valueOf(target.element(0)), 10);
   EXPECT_FALSE(target.hasElement(7));
   EXPECT_TRUE(target.hasElement(50));
   StructureRef other = labelled();
@@ -203,7 +187,7 @@ TEST(StreamDense, GrowthPolicyFigures) {
   EXPECT_EQ(dense.indexOfPhysicalElement(11).index(), 0xFFFFFFFFu);
   ASSERT_TRUE(dense.setElement(2000, element(*s, 2000)));
   EXPECT_EQ(dense.physicalElementCount(), 3000u);  // 1536 is not above 2000
-  EXPECT_EQ(idOf(dense.element(10)), 10);
+  EXPECT_EQ(valueOf(dense.element(10)), 10);
   EXPECT_TRUE(dense.element(2999).hasData() == false);  // beyond the count
   EXPECT_NE(dense.elementAddr(2999), nullptr);
   EXPECT_EQ(dense.elementAddr(3000), nullptr);
@@ -241,7 +225,7 @@ TEST(StreamDense, GrowthThatFallsShortStillGrowsTheBlockAndReportsFalse) {
   EXPECT_FALSE(words.ensureSpaceForElement(0xAAAAAAABu));
   EXPECT_FALSE(words.ensureSpaceForElement(0xFFFFFFFCu));
   EXPECT_EQ(words.physicalElementCount(), 1024u);
-  EXPECT_EQ(idOf(words.element(5)), 5);
+  EXPECT_EQ(valueOf(words.element(5)), 5);
 }
 
 TEST(StreamDense, RemovalAndSwapNeverMoveElements) {
@@ -250,13 +234,13 @@ TEST(StreamDense, RemovalAndSwapNeverMoveElements) {
   EXPECT_TRUE(stream.removeElement(3));
   EXPECT_EQ(stream.elementCount(), 5u);
   EXPECT_TRUE(stream.element(3).isDefault());
-  EXPECT_EQ(idOf(stream.element(4)), 104);
+  EXPECT_EQ(valueOf(stream.element(4)), 104);
   EXPECT_TRUE(stream.removeElement(99));
   EXPECT_FALSE(stream.hasElement(Index(IndexPair(0, 0))));
   EXPECT_FALSE(stream.setElement(Index(IndexPair(0, 0)), element(*s, 1)));
   EXPECT_TRUE(stream.swapElements(0, 1));  // reports success, moves nothing
-  EXPECT_EQ(idOf(stream.element(0)), 100);
-  EXPECT_EQ(idOf(stream.element(1)), 101);
+  EXPECT_EQ(valueOf(stream.element(0)), 100);
+  EXPECT_EQ(valueOf(stream.element(1)), 101);
   EXPECT_FALSE(stream.swapElements(0, 5));
 }
 
@@ -266,12 +250,12 @@ TEST(StreamDense, ReindexMovesAndSelfReindexResets) {
   stream.setElement(2, element(*s, 2, "two"));
   EXPECT_TRUE(stream.reindexElement(2, 7));
   EXPECT_EQ(stream.elementCount(), 8u);
-  EXPECT_EQ(labelOf(stream.element(7)), "two");
+  EXPECT_EQ(textOf(stream.element(7)), "two");
   EXPECT_TRUE(stream.element(2).isDefault());
   EXPECT_TRUE(stream.element(5).isDefault());
   EXPECT_TRUE(stream.reindexElement(7, 0));
   EXPECT_EQ(stream.elementCount(), 8u);  // never shrinks
-  EXPECT_EQ(labelOf(stream.element(0)), "two");
+  EXPECT_EQ(textOf(stream.element(0)), "two");
   EXPECT_TRUE(stream.reindexElement(0, 0));
   EXPECT_TRUE(stream.element(0).isDefault());  // kept as it stands
   EXPECT_FALSE(stream.reindexElement(8, 1));
@@ -290,7 +274,7 @@ TEST(StreamDense, ElementRangeShrinksOneTooFar) {
   EXPECT_TRUE(stream.setElementRange(5, 7));  // n = 3: unchanged
   EXPECT_EQ(stream.elementCount(), 3u);
   EXPECT_TRUE(stream.setElementRange(0, 5));
-  EXPECT_EQ(labelOf(stream.element(3)), "kept");  // slot 3 kept its data
+  EXPECT_EQ(textOf(stream.element(3)), "kept");  // slot 3 kept its data
   EXPECT_TRUE(stream.element(5).isDefault());
   EXPECT_TRUE(stream.setElementRange(1, 0));  // n = 0 stops at 0
   EXPECT_EQ(stream.elementCount(), 0u);
@@ -305,12 +289,12 @@ TEST(StreamDense, CopiesClearAndOwnGrowthAreSafe) {
   Stream copy = stream;
   ASSERT_TRUE(copy.makeUnique());
   stream.setElement(1, element(*s, 1, "changed"));
-  EXPECT_EQ(labelOf(copy.element(1)), "one");
+  EXPECT_EQ(textOf(copy.element(1)), "one");
   // Storing an element of the stream itself at an index that moves the block.
   EXPECT_TRUE(copy.setElement(5000, copy.element(1)));
-  EXPECT_EQ(labelOf(copy.element(5000)), "one");
+  EXPECT_EQ(textOf(copy.element(5000)), "one");
   EXPECT_TRUE(copy.setElement(1, copy.element(1)));
-  EXPECT_EQ(labelOf(copy.element(1)), "one");
+  EXPECT_EQ(textOf(copy.element(1)), "one");
 
   EXPECT_TRUE(stream.clear());
   EXPECT_EQ(stream.elementCount(), 4u);  // counts are kept
@@ -327,7 +311,7 @@ TEST(StreamConversion, DenseResultIsTrueOnlyWhenEmpty) {
   EXPECT_FALSE(stream.useDenseStorage(true));  // carried elements: false, kept as it stands
   EXPECT_TRUE(stream.isDense());
   EXPECT_EQ(stream.elementCount(), 3u);
-  EXPECT_EQ(labelOf(stream.element(2)), "x");
+  EXPECT_EQ(textOf(stream.element(2)), "x");
   EXPECT_TRUE(stream.useDenseStorage(true));  // already dense
   EXPECT_EQ(stream.name(), "C");
 
@@ -346,7 +330,7 @@ TEST(StreamConversion, DenseGapsBecomeDefaultEntries) {
   EXPECT_FALSE(stream.isDense());
   EXPECT_EQ(stream.elementCount(), 6u);
   EXPECT_TRUE(stream.element(3).isDefault());
-  EXPECT_EQ(labelOf(stream.element(5)), "five");
+  EXPECT_EQ(textOf(stream.element(5)), "five");
 }
 
 TEST(StreamConversion, KeysWithoutSlotsKeepTheStreamMapped) {
@@ -357,7 +341,7 @@ TEST(StreamConversion, KeysWithoutSlotsKeepTheStreamMapped) {
   EXPECT_FALSE(pairs.useDenseStorage(true));
   EXPECT_FALSE(pairs.isDense());
   EXPECT_EQ(pairs.indexType(), "pair");
-  EXPECT_EQ(idOf(pairs.element(Index(IndexPair(1, 2)))), 12);
+  EXPECT_EQ(valueOf(pairs.element(Index(IndexPair(1, 2)))), 12);
 
   Stream far(*s, "F");
   far.setElement(4000000000u, element(*s, 4));
@@ -390,7 +374,7 @@ TEST(StreamConversion, IndexTypeAndStructureChanges) {
   dense.setElementRange(0, 0);  // count 0, block kept
   EXPECT_TRUE(dense.setStructure(*other));
   EXPECT_TRUE(dense.setElement(2000, element(*other, 9)));
-  EXPECT_EQ(idOf(dense.element(2000)), 9);
+  EXPECT_EQ(valueOf(dense.element(2000)), 9);
 }
 
 TEST(StreamIteration, EmptyStreamsAndEndPositions) {
@@ -431,10 +415,10 @@ TEST(StreamIteration, PostIncrementAndHandlesThatWriteIntoTheStream) {
     const StreamIterator next = at++;
     EXPECT_EQ(next.index().index(), 1u);
     EXPECT_EQ(at.index().index(), 0u);  // kept as it stands
-    EXPECT_EQ(idOf(*next), 11);
-    at->setPositionByMemberName("id");
+    EXPECT_EQ(valueOf(*next), 11);
+    at->setPositionByMemberName("v");
     *at->asInt32() = 42;
-    EXPECT_EQ(idOf(stream.element(0)), 42);
+    EXPECT_EQ(valueOf(stream.element(0)), 42);
     StreamIterator copy = at;
     EXPECT_TRUE(copy == at);
     copy = stream.end();

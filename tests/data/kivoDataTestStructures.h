@@ -1,5 +1,6 @@
 // Builders shared by the data tests: structures from a member list, the "v" int32 + "s" string
-// element, the names a channel or associations walk through, and the text of a thrown exception.
+// element and its values, the names a channel or associations walk through, and the text of a
+// thrown exception.
 #pragma once
 
 #include <kivo/data/kivoDataHandle.h>
@@ -37,21 +38,31 @@ inline StructureRef valueAndText(const char* name) {
   return makeStructure(name, {{Data::Member::kInt32, 1, "v"}, {Data::Member::kString, 1, "s"}});
 }
 
-// Stores v and text at index in a stream of valueAndText().
-inline void put(Data::Stream& stream, unsigned int index, int32_t v, const char* text) {
-  Data::Handle h(stream.structure());
+// A detached element: v in the first member (an int32) and text in "s" when there is one.
+inline Data::Handle element(const Data::Structure& structure, int32_t v, const char* text = "") {
+  Data::Handle h(structure);
   *h.asInt32() = v;
   std::string errors;
-  h.setPositionByMemberName("s");
-  h.fromStr(text, 0, errors);
-  ASSERT_TRUE(stream.setElement(Data::Index(index), h));
+  if (h.setPositionByMemberName("s")) h.fromStr(text, 0, errors);
+  return h;
+}
+
+// The first member's value, -1 when the handle holds no data.
+inline int32_t valueOf(Data::Handle h) {
+  return h.setPositionByMemberIndex(0) && h.asInt32() ? *h.asInt32() : -1;
+}
+
+// The text in "s", or "?" when there is no such member.
+inline std::string textOf(Data::Handle h) { return h.setPositionByMemberName("s") ? h.str(0) : "?"; }
+
+// Stores v and text at index in a stream of valueAndText().
+inline void put(Data::Stream& stream, unsigned int index, int32_t v, const char* text) {
+  ASSERT_TRUE(stream.setElement(Data::Index(index), element(stream.structure(), v, text)));
 }
 
 // The "v" value at index, -1 when the stream holds no element there.
 inline int32_t valueAt(const Data::Stream& stream, unsigned int index) {
-  Data::Handle h = stream.element(Data::Index(index));
-  h.setPositionByMemberName("v");
-  return h.hasData() ? *h.asInt32() : -1;
+  return valueOf(stream.element(Data::Index(index)));
 }
 
 // Names in iteration order of a Channel (its streams) or Associations (its channels).
