@@ -3,8 +3,9 @@
 //                       and for outputs in every state it must leave alone
 // StreamRawFastRead.*   the line reader gives the stream code's streams,
 //                       messages, input position and state, over a random
-//                       corpus of damaged texts, inputs that cannot seek,
-//                       long lines and values spread over several lines
+//                       corpus of damaged texts, inputs that cannot seek or
+//                       are not plain, long lines and values spread over
+//                       several lines
 #include <kivo/data/kivoDataHandle.h>
 #include <kivo/data/kivoDataIndex.h>
 #include <kivo/data/kivoDataStream.h>
@@ -15,6 +16,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <iomanip>
 #include <iterator>
 #include <locale>
@@ -130,7 +132,7 @@ struct WriteOutcome {
   std::ios::iostate state;
 };
 
-using Prepare = void (*)(std::ostream&);
+using Prepare = std::function<void(std::ostream&)>;
 void plain(std::ostream&) {}
 
 // Calls write(output, errors) on an output prepared by prepare that takes
@@ -182,15 +184,8 @@ TEST_F(StreamRawFastWrite, RandomStreamsGiveTheStreamCodesBytes) {
 
 TEST_F(StreamRawFastWrite, EveryOutputStateIsHonoured) {
   std::unique_ptr<Stream> stream = randomStream(5, 12, true);
-  const std::pair<const char*, Prepare> states[] = {
-      {"precision 0", [](std::ostream& o) { o.precision(0); }},
-      {"precision 1", [](std::ostream& o) { o.precision(1); }},
-      {"precision 9", [](std::ostream& o) { o.precision(9); }},
-      {"precision 17", [](std::ostream& o) { o.precision(17); }},
-      {"precision 40", [](std::ostream& o) { o.precision(40); }},
-      {"precision 64", [](std::ostream& o) { o.precision(64); }},
-      {"precision 65", [](std::ostream& o) { o.precision(65); }},
-      {"precision -1", [](std::ostream& o) { o.precision(-1); }},
+  std::ostringstream other;
+  std::vector<std::pair<std::string, Prepare>> states = {
       {"fixed", [](std::ostream& o) { o << std::fixed; }},
       {"scientific", [](std::ostream& o) { o << std::scientific; }},
       {"hexfloat", [](std::ostream& o) { o << std::hexfloat; }},
@@ -206,7 +201,13 @@ TEST_F(StreamRawFastWrite, EveryOutputStateIsHonoured) {
       {"comma", [](std::ostream& o) { o.imbue(std::locale(o.getloc(), new Comma)); }},
       {"failed", [](std::ostream& o) { o.setstate(std::ios::failbit); }},
       {"bad", [](std::ostream& o) { o.setstate(std::ios::badbit); }},
+      {"exceptions", [](std::ostream& o) { o.exceptions(std::ios::badbit); }},
+      {"tied", [&other](std::ostream& o) { o.tie(&other); }},
   };
+  for (int precision : {0, 1, 9, 17, 40, 64, 65, -1}) {
+    states.emplace_back("precision " + std::to_string(precision),
+                        [precision](std::ostream& o) { o.precision(precision); });
+  }
   for (const auto& [name, prepare] : states) {
     SCOPED_TRACE(name);
     expectSame(writeWith(false, *stream, prepare), writeWith(true, *stream, prepare));
@@ -263,7 +264,7 @@ TEST_F(StreamRawFastWrite, WriteMemberAloneHonoursTheLocaleAndFlags) {
   auto write = [&](std::ostream& out, std::string& errors) {
     return raw().writeMember(element, 1, out, errors);
   };
-  for (const Prepare prepare : states) {
+  for (const Prepare& prepare : states) {
     for (unsigned int m = 0; element.setPositionByMemberIndex(m); ++m) {
       SCOPED_TRACE(m);
       const WriteOutcome slow = writeWith(true, prepare, write);
@@ -417,6 +418,14 @@ TEST_F(StreamRawFastRead, InputsThatCannotSeekLongLinesAndSpreadValues) {
     expectSame(readFrom(false, fastIn), readFrom(true, slowIn));
   }
   EXPECT_TRUE(readWith(false, longLine).made);
+  // Inputs in hexadecimal or with an exception mask are left to the stream code.
+  for (auto prepare : {+[](std::istream& in) { in >> std::hex; },
+                       +[](std::istream& in) { in.exceptions(std::ios::badbit); }}) {
+    std::istringstream fastIn(text), slowIn(text);
+    prepare(fastIn);
+    prepare(slowIn);
+    expectSame(readFrom(false, fastIn), readFrom(true, slowIn));
+  }
 }
 
 }  // namespace
