@@ -14,6 +14,7 @@
 #include <kivo/support/kivoDebugPrint.h>
 
 #include "access/kivoDataAccessorTarnInternal.h"
+#include "access/kivoSceneFile.h"
 #include "support/kivoPrintLine.h"
 
 namespace kivo::Data {
@@ -87,6 +88,11 @@ struct Accessor::State {
   // Structures an earlier read() took out of the set without releasing them;
   // one entry per reference held, released at destruction.
   std::vector<const Structure*> retired;
+  bool holdForWrite = false;
+  unsigned lockWait = 10000;
+  bool syncWrites = true;
+  // The file a read holds for writing, locked exclusively.
+  std::shared_ptr<Detail::SceneFile> held;
 };
 
 uint64_t Accessor::_objectsCreated = 0;
@@ -170,9 +176,11 @@ bool Accessor::read(const std::string& fileName, const std::set<std::string>* st
       state.structures.swap(declared);
     } else {
       clear();
+      unlock();
     }
   } catch (...) {
     clear();
+    unlock();
     throw;
   }
   return result;
@@ -201,6 +209,55 @@ void Accessor::setStructures(const StructureSet& s) {
 void Accessor::clear() {
   setStructures(StructureSet());
   fState->associations.clear();
+}
+
+void Accessor::setHoldForWrite(bool hold) {
+  fState->holdForWrite = hold;
+  if (!hold) unlock();
+}
+
+bool Accessor::holdsForWrite() const { return fState->holdForWrite; }
+
+void Accessor::unlock() { fState->held.reset(); }
+
+void Accessor::setLockWait(unsigned milliseconds) { fState->lockWait = milliseconds; }
+
+unsigned Accessor::lockWait() const { return fState->lockWait; }
+
+void Accessor::setSyncWrites(bool sync) { fState->syncWrites = sync; }
+
+bool Accessor::syncWrites() const { return fState->syncWrites; }
+
+std::string Accessor::journalName(const std::string& fileName) {
+  return Detail::journalPath(fileName);
+}
+
+Accessor::eRecovery Accessor::recoverFile(const std::string& fileName, std::string& errors,
+                                          unsigned waitMilliseconds) {
+  switch (Detail::SceneFile::recover(fileName, waitMilliseconds, errors)) {
+    case Detail::eRecovery::kNothing: return kNothingToRecover;
+    case Detail::eRecovery::kRolledBack: return kRolledBack;
+    case Detail::eRecovery::kIncompleteRemoved: return kIncompleteJournalRemoved;
+    case Detail::eRecovery::kFailed: break;
+  }
+  return kRecoveryFailed;
+}
+
+std::shared_ptr<Detail::SceneFile> Accessor::sceneFile(bool forWrite,
+                                                       const std::string& openFailure,
+                                                       std::string& errors,
+                                                       int* openError) const {
+  State& state = *fState;
+  if (openError) *openError = 0;
+  if (state.held && state.held->fileName() == state.fileName) return state.held;
+  state.held.reset();
+  const bool exclusive = forWrite || state.holdForWrite;
+  std::shared_ptr<Detail::SceneFile> file = Detail::SceneFile::open(
+      state.fileName,
+      exclusive ? Detail::SceneFile::eLock::kExclusive : Detail::SceneFile::eLock::kShared,
+      state.lockWait, openFailure, errors, openError);
+  if (file && !forWrite && state.holdForWrite) state.held = file;
+  return file;
 }
 
 AccessorFactoryBase::AccessorFactoryBase(const std::string& extension) {

@@ -20,6 +20,7 @@
 #include <kivo/serialize/kivoDataStructureSerializer.h>
 
 #include "access/kivoDataAccessorTarnInternal.h"
+#include "access/kivoSceneFile.h"
 
 namespace kivo::Data {
 namespace {
@@ -617,11 +618,11 @@ class TarnAsciiFileAccessor : public Accessor {
 
  private:
   bool composeSection(std::vector<Statement>& statements, std::string& errors) const;
-  bool locateSection(std::fstream& file, int64_t size, int64_t& metadataStart,
+  bool locateSection(std::istream& file, int64_t size, int64_t& metadataStart,
                      int64_t& trailerPosition, std::string& errors) const;
-  bool locateTrailer(std::fstream& file, int64_t size, int64_t& trailerPosition,
+  bool locateTrailer(std::istream& file, int64_t size, int64_t& trailerPosition,
                      std::string& errors) const;
-  void rememberFile() const;
+  void rememberFile(const Detail::SceneFile& file) const;
   void rememberPositions(const MetadataScan& scan, int64_t size) const;
 
   // The blocks (counted backwards from the end) of the earliest and the
@@ -657,17 +658,15 @@ bool TarnAsciiFileAccessor::performRead(const std::set<std::string>* structureNa
     Detail::appendMessage(errors, kEmptyFileName);
     return false;
   }
+  const std::shared_ptr<Detail::SceneFile> file =
+      sceneFile(false, kCouldNotOpen + name + (holdsForWrite() ? kForWriting : ""), errors);
+  if (!file) return false;
   // Unbuffered: the backward scan seeks block by block, and a buffered
   // stream would refill its whole buffer after every seek, reading far more
   // of the file than the blocks the scan asks for.
-  std::ifstream in;
-  in.rdbuf()->pubsetbuf(nullptr, 0);
-  in.open(name, std::ios::binary);
-  if (!in.is_open()) {
-    Detail::appendMessage(errors, kCouldNotOpen + name);
-    return false;
-  }
-  const Detail::FileStamp stamp = Detail::fileStamp(name);
+  Detail::DescriptorBuffer buffer(file->descriptor(), 0);
+  std::istream in(&buffer);
+  const Detail::FileStamp stamp = file->stamp();
   std::string message;
   if (!checkHeader(in, message)) {
     errors = message;
@@ -698,12 +697,12 @@ bool TarnAsciiFileAccessor::performRead(const std::set<std::string>* structureNa
 
 bool TarnAsciiFileAccessor::write(std::string& errors) const {
   const std::string& name = fileName();
-  std::fstream file(name, std::ios::in | std::ios::out | std::ios::binary);
-  if (!file.is_open()) {
-    Detail::appendMessage(errors, kCouldNotOpen + name + kForWriting);
-    return false;
-  }
-  if (!Detail::fileUnchanged(name, fStamp, errors)) return false;
+  const std::shared_ptr<Detail::SceneFile> sceneFile =
+      this->sceneFile(true, kCouldNotOpen + name + kForWriting, errors);
+  if (!sceneFile) return false;
+  if (!sceneFile->unchangedSince(fStamp, errors)) return false;
+  Detail::DescriptorBuffer buffer(sceneFile->descriptor(), Detail::kWriteBuffer);
+  std::istream file(&buffer);
   const int64_t size = static_cast<int64_t>(fStamp.size);
   int64_t metadataStart = 0;
   int64_t trailerPosition = 0;
@@ -759,33 +758,33 @@ bool TarnAsciiFileAccessor::write(std::string& errors) const {
   // Every statement is composed before the file changes.
   std::vector<Statement> statements;
   if (!composeSection(statements, errors)) return false;
-  file.clear();
-  if (!file.seekp(metadataStart)) {
-    Detail::appendMessage(errors, kCouldNotSeekMetadataStart);
-    return false;
+  // One write per statement, so that a failing write is reported by the
+  // statement that made it; the first one seeks to the section's start.
+  std::vector<Detail::Patch> patches;
+  uint64_t length = static_cast<uint64_t>(metadataStart);
+  for (Statement& statement : statements) {
+    Detail::Patch patch;
+    patch.offset = length;
+    patch.seek = patches.empty();
+    patch.seekFailure = kCouldNotSeekMetadataStart;
+    patch.writeFailure = statement.failure;
+    length += statement.text.size();
+    patch.bytes = std::move(statement.text);
+    patches.push_back(std::move(patch));
   }
-  // From here on the file changes. Each statement is flushed before the
-  // next, so that a failing write is reported by the statement that made it.
-  for (const Statement& statement : statements) {
-    if (!file.write(statement.text.data(), static_cast<std::streamsize>(statement.text.size())) ||
-        !file.flush()) {
-      Detail::appendMessage(errors, statement.failure);
-      return false;
-    }
-  }
-  if (!file.write(trailer.data(), static_cast<std::streamsize>(trailer.size())) || !file.flush()) {
-    Detail::appendMessage(errors, kTrailerNotWritten);
-    return false;
-  }
-  const int64_t length = static_cast<int64_t>(file.tellp());
-  file.close();
-  if (length < 0 || file.fail() ||
-      !AccessorTarn::truncateFile(name, static_cast<uint64_t>(length))) {
-    Detail::appendMessage(errors, kNotTruncated);
+  Detail::Patch tail;
+  tail.offset = length;
+  tail.seek = patches.empty();
+  tail.seekFailure = kCouldNotSeekMetadataStart;
+  tail.writeFailure = kTrailerNotWritten;
+  length += trailer.size();
+  tail.bytes = std::move(trailer);
+  patches.push_back(std::move(tail));
+  if (!sceneFile->rewrite(patches, length, kNotTruncated, syncWrites(), errors)) {
     fStamp = Detail::FileStamp();
     return false;
   }
-  rememberFile();
+  rememberFile(*sceneFile);
   return true;
 }
 
@@ -852,7 +851,7 @@ bool TarnAsciiFileAccessor::composeSection(std::vector<Statement>& statements,
 }
 
 // The start of the metadata section and of the trailer after it.
-bool TarnAsciiFileAccessor::locateSection(std::fstream& file, int64_t size, int64_t& metadataStart,
+bool TarnAsciiFileAccessor::locateSection(std::istream& file, int64_t size, int64_t& metadataStart,
                                           int64_t& trailerPosition, std::string& errors) const {
   if (fFirstMetadataBlock <= 0) {
     if (!locateTrailer(file, size, trailerPosition, errors)) return false;
@@ -909,7 +908,7 @@ bool TarnAsciiFileAccessor::locateSection(std::fstream& file, int64_t size, int6
 // the last block that holds the first trailer prefix. A prefix inside a line
 // of the scene body puts the section before that line, and the write then
 // refuses, since a body statement would follow the section.
-bool TarnAsciiFileAccessor::locateTrailer(std::fstream& file, int64_t size,
+bool TarnAsciiFileAccessor::locateTrailer(std::istream& file, int64_t size,
                                           int64_t& trailerPosition, std::string& errors) const {
   const int64_t start = blockStart(size, 1);
   file.clear();
@@ -939,15 +938,16 @@ bool TarnAsciiFileAccessor::locateTrailer(std::fstream& file, int64_t size,
 
 // After a write: the positions and the stamp of the file as it now is, found
 // the way a read finds them. When that fails the next write refuses.
-void TarnAsciiFileAccessor::rememberFile() const {
+void TarnAsciiFileAccessor::rememberFile(const Detail::SceneFile& file) const {
   fStamp = Detail::FileStamp();
   fFirstMetadataBlock = 0;
   fLastMetadataBlock = 0;
   fFirstMetadataDistance = 0;
-  std::ifstream in(fileName(), std::ios::binary);
-  const Detail::FileStamp stamp = Detail::fileStamp(fileName());
+  Detail::DescriptorBuffer buffer(file.descriptor(), 0);
+  std::istream in(&buffer);
+  const Detail::FileStamp stamp = file.stamp();
   const int64_t size = fileSize(in);
-  if (!in.is_open() || size < 0) return;
+  if (size < 0) return;
   MetadataScan scan(size);
   std::string ignored;
   if (!scanBackwards(in, size, scan, ignored)) return;

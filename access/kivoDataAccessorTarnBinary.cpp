@@ -28,6 +28,7 @@
 #include <kivo/serialize/kivoDataStructureSerializer.h>
 
 #include "access/kivoDataAccessorTarnInternal.h"
+#include "access/kivoSceneFile.h"
 
 namespace kivo::Data {
 namespace {
@@ -428,8 +429,8 @@ class TarnBinaryFileAccessor : public Accessor {
   bool composeMetadata(std::string& metadata, std::string& errors) const;
   bool positionsHold(std::istream& file, uint64_t length, std::string& errors) const;
   bool rebuildTrailer(std::istream& file, std::string& content, std::string& errors) const;
-  bool writeTrailer(std::fstream& file, const std::string& content, uint64_t& fileLength,
-                    std::string& errors) const;
+  std::vector<Detail::Patch> trailerPatches(const std::string& content,
+                                            uint64_t& fileLength) const;
 
   // Set by a successful read: the main group's size field (always 8) and
   // the trailer group's size field.
@@ -463,12 +464,20 @@ bool TarnBinaryFileAccessor::performRead(const std::set<std::string>* structureN
     Detail::appendMessage(errors, kEmptyFileName);
     return false;
   }
+  // A file that does not open is one the trailer search finds not valid.
+  int openError = 0;
+  const std::shared_ptr<Detail::SceneFile> file =
+      sceneFile(false, holdsForWrite() ? kCouldNotOpen + name + kForWriting : std::string(),
+                errors, &openError);
+  if (!file) {
+    if (openError != 0 && !holdsForWrite()) errors = kFileNotValid;
+    return false;
+  }
   // Unbuffered, and the trailer content taken in one read: a buffered
   // stream would read a whole buffer at the header and at each seek.
-  std::ifstream in;
-  in.rdbuf()->pubsetbuf(nullptr, 0);
-  in.open(name, std::ios::binary);
-  const Detail::FileStamp stamp = Detail::fileStamp(name);
+  Detail::DescriptorBuffer buffer(file->descriptor(), 0);
+  std::istream in(&buffer);
+  const Detail::FileStamp stamp = file->stamp();
   uint64_t mainPosition = 0, trailerPosition = 0, chunkPosition = 0;
   if (!Detail::BinaryReader::seekToTrailerStart(in, mainPosition, trailerPosition, chunkPosition,
                                                 errors))
@@ -574,12 +583,12 @@ bool TarnBinaryFileAccessor::readAssociationsChunk(const std::string& name,
 
 bool TarnBinaryFileAccessor::write(std::string& errors) const {
   const std::string& name = fileName();
-  std::fstream file(name, std::ios::in | std::ios::out | std::ios::binary);
-  if (!file.is_open()) {
-    Detail::appendMessage(errors, kCouldNotOpen + name + kForWriting);
-    return false;
-  }
-  if (!Detail::fileUnchanged(name, fStamp, errors)) return false;
+  const std::shared_ptr<Detail::SceneFile> sceneFile =
+      this->sceneFile(true, kCouldNotOpen + name + kForWriting, errors);
+  if (!sceneFile) return false;
+  if (!sceneFile->unchangedSince(fStamp, errors)) return false;
+  Detail::DescriptorBuffer buffer(sceneFile->descriptor(), Detail::kWriteBuffer);
+  std::istream file(&buffer);
   if (!positionsHold(file, fStamp.size, errors)) return false;
   if (!seekTo(file, fTrailerSizePosition + kContentAfterSizeField)) {
     Detail::appendMessage(errors, kNoSeekContent);
@@ -592,19 +601,13 @@ bool TarnBinaryFileAccessor::write(std::string& errors) const {
     Detail::appendMessage(errors, kTrailerTooLarge);
     return false;
   }
-  // From here on the file changes; a failure leaves nothing to write against.
   uint64_t length = 0;
-  bool ok = writeTrailer(file, content, length, errors);
-  file.close();
-  if (ok && (file.fail() || !AccessorTarn::truncateFile(name, length))) {
-    Detail::appendMessage(errors, kNotTruncated);
-    ok = false;
-  }
-  if (!ok) {
+  const std::vector<Detail::Patch> patches = trailerPatches(content, length);
+  if (!sceneFile->rewrite(patches, length, kNotTruncated, syncWrites(), errors)) {
     fStamp = Detail::FileStamp();
     return false;
   }
-  fStamp = Detail::fileStamp(name);
+  fStamp = sceneFile->stamp();
   fTrailerSizeChunkPosition = length - kTrailerSizeChunkSize;
   return true;
 }
@@ -742,51 +745,37 @@ bool TarnBinaryFileAccessor::rebuildTrailer(std::istream& file, std::string& con
   return true;
 }
 
-// Writes the trailer group from its size field on, the trailer-size chunk
-// and the main size; fileLength is the new length of the file.
-bool TarnBinaryFileAccessor::writeTrailer(std::fstream& file, const std::string& content,
-                                          uint64_t& fileLength, std::string& errors) const {
+// The writes of the trailer group from its size field on, the trailer-size
+// chunk and the main size, each with its messages; fileLength is the new
+// length of the file.
+std::vector<Detail::Patch> TarnBinaryFileAccessor::trailerPatches(const std::string& content,
+                                                                  uint64_t& fileLength) const {
   const uint64_t length = content.size();
-  file.clear();
-  if (!file.seekp(static_cast<std::streamoff>(fTrailerSizePosition))) {
-    Detail::appendMessage(errors, kNoSeekTrailerSize);
-    return false;
-  }
-  // Each step is flushed before the next, so that a failing write is
-  // reported by the step that made it rather than by the next seek.
-  Detail::BinaryWriter::writeChunkSize(file, length + kTrailerSizeExtra);
-  if (!file.flush()) {
-    Detail::appendMessage(errors, kTrailerSizeUnwritten);
-    return false;
-  }
-  if (!file.seekp(static_cast<std::streamoff>(kFormTypeSize), std::ios::cur)) {
-    Detail::appendMessage(errors, kNoSeekTrailerData);
-    return false;
-  }
-  if (!file.write(content.data(), static_cast<std::streamsize>(content.size())) ||
-      !file.flush()) {
-    Detail::appendMessage(errors, kTrailerUnwritten);
-    return false;
-  }
-  if (!Detail::BinaryWriter::writeChunk(file, Tags::getBackwardChunkSizeChunkName(),
-                                        bigEndianBytes(length + kBackwardOffsetExtra,
-                                                       kBackwardOffsetSize)) ||
-      !file.flush()) {
-    Detail::appendMessage(errors, kBackwardSizeUnwritten);
-    return false;
-  }
-  const std::streamoff end = file.tellp();
-  if (end < 0 || !file.seekp(static_cast<std::streamoff>(fMainChunkSizePosition))) {
-    Detail::appendMessage(errors, kNoSeekMainSize);
-    return false;
-  }
-  fileLength = static_cast<uint64_t>(end);
-  Detail::BinaryWriter::writeChunkSize(file, fileLength - kHeaderSize);
-  if (!file.flush()) {
-    Detail::appendMessage(errors, kMainSizeUnwritten);
-    return false;
-  }
-  return true;
+  const uint64_t contentStart = fTrailerSizePosition + kContentAfterSizeField;
+  std::ostringstream backward;
+  Detail::BinaryWriter::writeChunk(
+      backward, Tags::getBackwardChunkSizeChunkName(),
+      bigEndianBytes(length + kBackwardOffsetExtra, kBackwardOffsetSize));
+  fileLength = contentStart + length + backward.str().size();
+  std::vector<Detail::Patch> patches(4);
+  patches[0].offset = fTrailerSizePosition;
+  patches[0].bytes = bigEndianBytes(length + kTrailerSizeExtra, 8);
+  patches[0].seekFailure = kNoSeekTrailerSize;
+  patches[0].writeFailure = kTrailerSizeUnwritten;
+  // The group's form type, between its size field and its content, stays.
+  patches[1].offset = contentStart;
+  patches[1].bytes = content;
+  patches[1].seekFailure = kNoSeekTrailerData;
+  patches[1].writeFailure = kTrailerUnwritten;
+  patches[2].offset = contentStart + length;
+  patches[2].bytes = backward.str();
+  patches[2].seek = false;
+  patches[2].writeFailure = kBackwardSizeUnwritten;
+  patches[3].offset = fMainChunkSizePosition;
+  patches[3].bytes = bigEndianBytes(fileLength - kHeaderSize, 8);
+  patches[3].seekFailure = kNoSeekMainSize;
+  patches[3].writeFailure = kMainSizeUnwritten;
+  return patches;
 }
 
 AccessorFactory<TarnBinaryFileAccessor> binaryFactory("tb");

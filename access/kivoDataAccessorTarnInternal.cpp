@@ -1,23 +1,11 @@
 #include "access/kivoDataAccessorTarnInternal.h"
 
-#include <sys/stat.h>
-
 #include <cwchar>
 
 #include <kivo/data/kivoDataStructure.h>
 
 namespace kivo::Detail {
 namespace {
-
-std::string notReadMessage(const std::string& fileName) {
-  return "The file " + fileName +
-         " was not read successfully by this accessor; read it before writing.";
-}
-
-std::string changedMessage(const std::string& fileName) {
-  return "The file " + fileName +
-         " changed since this accessor last read or wrote it; read it again before writing.";
-}
 
 // A control character as a backslash and a letter, or three octal digits.
 void escapeControl(unsigned int code, std::string& out) {
@@ -57,29 +45,6 @@ void keepStructureIfWanted(std::unique_ptr<Data::Structure> structure, WantedNam
   // The registry takes its own reference; a refused duplicate is destroyed
   // with the unique_ptr.
   if (Data::Structure::registerStructure(*structure)) structure.release();
-}
-
-FileStamp fileStamp(const std::string& fileName) {
-  FileStamp stamp;
-  struct stat status;
-  if (::stat(fileName.c_str(), &status) != 0) return stamp;
-  stamp.valid = true;
-  stamp.size = static_cast<uint64_t>(status.st_size);
-  stamp.seconds = static_cast<int64_t>(status.st_mtim.tv_sec);
-  stamp.nanoseconds = static_cast<int64_t>(status.st_mtim.tv_nsec);
-  return stamp;
-}
-
-bool fileUnchanged(const std::string& fileName, const FileStamp& stamp, std::string& errors) {
-  if (!stamp.valid) {
-    appendMessage(errors, notReadMessage(fileName));
-    return false;
-  }
-  if (fileStamp(fileName) != stamp) {
-    appendMessage(errors, changedMessage(fileName));
-    return false;
-  }
-  return true;
 }
 
 // A structure text keeps every character but the line feed, written as "\n".

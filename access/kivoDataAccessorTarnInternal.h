@@ -1,8 +1,6 @@
 // Internal helpers of the scene-file accessors. Shared by the ASCII and the
 // binary format: how messages are joined, the names a selective read still
-// wants, keeping or dropping a declared structure, and the size and
-// modification time that tell a writer whether the file is still the one it
-// read. Of the ASCII format: how payloads are escaped in its statements.
+// wants, keeping or dropping a declared structure. Of the ASCII format: how payloads are escaped in its statements.
 #pragma once
 
 #include <cstdint>
@@ -92,29 +90,6 @@ class WantedNames {
 // process registry when wanted and not equal to one registered already,
 // destroyed otherwise.
 void keepStructureIfWanted(std::unique_ptr<Data::Structure> structure, WantedNames& wanted);
-
-// The size and modification time of a file, as stat() saw them.
-struct FileStamp {
-  bool valid = false;
-  uint64_t size = 0;
-  int64_t seconds = 0;
-  int64_t nanoseconds = 0;
-
-  bool operator==(const FileStamp& other) const {
-    return valid == other.valid && size == other.size && seconds == other.seconds &&
-           nanoseconds == other.nanoseconds;
-  }
-  bool operator!=(const FileStamp& other) const { return !(*this == other); }
-};
-
-// The stamp of fileName now; not valid when stat() fails.
-FileStamp fileStamp(const std::string& fileName);
-
-// Checks, before a write, that fileName is what the accessor last saw
-// (stamp, taken at its last successful read or write). False, with a
-// message appended to errors, when it never read the file successfully or
-// the size or modification time differ.
-bool fileUnchanged(const std::string& fileName, const FileStamp& stamp, std::string& errors);
 
 // ASCII statements. A structure text keeps every character but the line
 // feed, written as backslash and 'n'.

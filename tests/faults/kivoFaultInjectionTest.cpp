@@ -1,7 +1,9 @@
-// FaultyWrite.*   a rewrite whose k-th file call fails, for every k a clean
-//                 rewrite makes, once or from then on: false with its exact
-//                 message, the scene body unchanged; how many runs leave the
-//                 old file, the new one or neither is printed
+// FaultyWrite.*   a rewrite whose k-th file call fails (once, from then on,
+//                 or as a short write), or whose process dies just before
+//                 it, for every k a clean rewrite makes: the scene body never
+//                 changes, and once the library has recovered the file it is
+//                 the old one or, after a write that reported success, the
+//                 new one; each refusal gives one message of its table
 // FaultyRead.*    a read whose k-th read or seek fails (its exact message),
 //                 or whose k-th allocation throws std::bad_alloc: no result
 //                 but the right one, the registry restored, no object alive
@@ -37,6 +39,9 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "access/kivoAccessTestFiles.h"
 #include "access/kivoBinaryTestFiles.h"
@@ -77,39 +82,57 @@ std::string contentOf(const Accessor& accessor) {
 
 // The messages of a failed write or read, one per run, the file's name
 // replaced by FILE. Every one must come up in some run, so a table follows
-// the file calls the accessors make.
+// the file calls the accessors make. A failure after the journal is written
+// adds what became of the file.
+#define KIVO_LEFT "\nThe file FILE was left as it was."
+#define KIVO_DAMAGED                                                                        \
+  "\nThe file FILE is damaged: putting its old bytes back failed (No space left on "         \
+  "device). They are kept in FILE.kivo-journal; 'kivo-meta recover FILE' puts them back."
+#define KIVO_JOURNAL(reason) \
+  "Could not write the journal FILE.kivo-journal (" reason "); the file FILE is left unchanged."
+#define KIVO_AFTER_JOURNAL(message) message KIVO_LEFT, message KIVO_DAMAGED
+#define KIVO_REWRITE_MESSAGES                                                                \
+  KIVO_JOURNAL("No space left on device"), KIVO_JOURNAL("Input/output error"),             \
+      "Could not read the old metadata of FILE (Input/output error); the file is left "     \
+      "unchanged.",                                                                         \
+      "Could not reserve the space the new metadata of FILE needs (No space left on "       \
+      "device); the file is left unchanged.",                                               \
+      KIVO_AFTER_JOURNAL("Could not truncate the file."),                                   \
+      KIVO_AFTER_JOURNAL("Could not flush FILE to disk (Input/output error)."),             \
+      KIVO_AFTER_JOURNAL("Could not remove the journal FILE.kivo-journal (Input/output error).")
 const char* const kAsciiWriteMessages[] = {
     "Could not read trailer.",
     "Could not seek to metadata start.",
     "Could not seek to the first metadata block.",
     "Could not seek to the last metadata block.",
     "Could not seek to trailer start.",
-    "Could not truncate the file.",
-    "Could not write node associations statement to file.",
-    "Could not write scene associations statement to file.",
-    "Could not write structure chunk to file.",
     "Failed reading line while searching metadata end.",
     "Failed reading line while searching metadata start.",
-    "Failed to append the file trailer.",
     "Failed to read the file trailer.",
     "Failed to seek to the trailer position.",
+    KIVO_AFTER_JOURNAL("Could not seek to metadata start."),
+    KIVO_AFTER_JOURNAL("Could not write node associations statement to file."),
+    KIVO_AFTER_JOURNAL("Could not write scene associations statement to file."),
+    KIVO_AFTER_JOURNAL("Could not write structure chunk to file."),
+    KIVO_AFTER_JOURNAL("Failed to append the file trailer."),
+    KIVO_REWRITE_MESSAGES,
 };
 const char* const kBinaryWriteMessages[] = {
     "Could not seek to trailer start.",
-    "Could not truncate the file.",
     "Error reading chunk before metadata.",
     "Error reading chunk header before metadata.",
     "Error skipping data structure chunk.",
     "Error skipping existing metadata chunks.",
-    "Failed to seek to the trailer data start.",
-    "Failed to seek to the trailer size position.",
-    "Failed to the main chunk size position.",
-    "Failed to write the backward chunk size.",
-    "Failed to write the new main chunk size.",
-    "Failed to write the new trailer.",
-    "Failed to write the new trailer size.",
     "The chunk sizes of FILE do not describe its trailer as this accessor found it; the file "
     "is left unchanged.",
+    KIVO_AFTER_JOURNAL("Failed to seek to the trailer data start."),
+    KIVO_AFTER_JOURNAL("Failed to seek to the trailer size position."),
+    KIVO_AFTER_JOURNAL("Failed to the main chunk size position."),
+    KIVO_AFTER_JOURNAL("Failed to write the backward chunk size."),
+    KIVO_AFTER_JOURNAL("Failed to write the new main chunk size."),
+    KIVO_AFTER_JOURNAL("Failed to write the new trailer."),
+    KIVO_AFTER_JOURNAL("Failed to write the new trailer size."),
+    KIVO_REWRITE_MESSAGES,
 };
 // The header line comes in one read: a failure there leaves no header.
 const char* const kAsciiReadMessages[] = {
@@ -134,8 +157,8 @@ class MessageTable {
   }
   // Checks that errors, with path replaced by FILE, is one of the table.
   void take(std::string errors, const std::string& path) {
-    const size_t at = errors.find(path);
-    if (at != std::string::npos) errors.replace(at, path.size(), "FILE");
+    for (size_t at = errors.find(path); at != std::string::npos; at = errors.find(path, at))
+      errors.replace(at, path.size(), "FILE");
     const auto found = fSeen.find(errors);
     if (found == fSeen.end()) {
       ADD_FAILURE() << "unexpected message: " << errors;
@@ -174,13 +197,28 @@ struct Scenario {
   }
 };
 
-// How the runs of one scenario ended.
+// How the runs of one scenario ended, once the library had recovered the
+// file.
 struct Tally {
   int runs = 0;
   int oldFile = 0;
   int newFile = 0;
   int neither = 0;
-  int recovered = 0;  // write returned true, and the file is the new one
+  int written = 0;     // write returned true, and the file is the new one
+  int rolledBack = 0;  // the file had to be recovered from its journal
+};
+
+// How a run meets its fault at call k.
+struct FaultMode {
+  const char* name;
+  Faults::eFault fault;
+  bool sticky;
+};
+const FaultMode kFaultModes[] = {
+    {"call k failing", Faults::eFault::kFail, false},
+    {"failing from call k on", Faults::eFault::kFail, true},
+    {"call k a short write", Faults::eFault::kShortWrite, false},
+    {"a crash before call k", Faults::eFault::kCrash, false},
 };
 
 // The structure "point" {int32 id, string label} is registered in the
@@ -294,10 +332,12 @@ class FaultTest : public ::testing::Test {
   }
 
   // Runs the rewrite of scenario once per file call it makes (reads
-  // included), the k-th call failing; checks every run and counts how they
-  // ended.
-  Tally rewriteWithFaults(const Scenario& scenario, bool sticky, MessageTable& messages) {
+  // included), meeting mode's fault at the k-th; checks every run and counts
+  // how they ended. A crash runs in a child process; the file is then read
+  // through the library, which recovers it.
+  Tally rewriteWithFaults(const Scenario& scenario, const FaultMode& mode, MessageTable& messages) {
     const std::string path = fFolder.path(std::string("faulty.") + scenario.extension);
+    const std::string journal = Accessor::journalName(path);
     const auto prepared = [&] {
       writeBytes(path, scenario.original);
       std::string errors;
@@ -324,26 +364,49 @@ class FaultTest : public ::testing::Test {
       if (!accessor) break;
       errors.clear();
       bool ok = false;
-      {
-        Faults::ArmedCalls armed(kCalls, k, sticky);
-        ok = accessor->write(errors);
+      if (mode.fault == Faults::eFault::kCrash) {
+        std::cout.flush();
+        const pid_t child = ::fork();
+        if (child == 0) {
+          Faults::armCalls(kCalls, k, false, mode.fault);
+          accessor->write(errors);
+          ::_exit(0);
+        }
+        int status = 0;
+        EXPECT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == Faults::kCrashStatus) << status;
+      } else {
+        {
+          Faults::ArmedCalls armed(kCalls, k, mode.sticky, mode.fault);
+          ok = accessor->write(errors);
+        }
+        EXPECT_TRUE(Faults::callFailed());
+        if (!ok) messages.take(errors, path);
       }
-      EXPECT_TRUE(Faults::callFailed());
+      const bool journalLeft = std::filesystem::exists(journal);
+      if (!ok && mode.fault != Faults::eFault::kCrash && readBytes(path) != scenario.original) {
+        // Only a rollback that failed too leaves another file, and says so.
+        EXPECT_TRUE(journalLeft);
+        EXPECT_NE(errors.find("damaged"), std::string::npos) << errors;
+      }
+      std::unique_ptr<Accessor> reader = Accessor::readFile(path, errors);
+      EXPECT_NE(reader, nullptr) << errors;
+      EXPECT_FALSE(std::filesystem::exists(journal));
       const std::string after = readBytes(path);
       EXPECT_EQ(scenario.body(after), scenario.body(scenario.original));
       ++tally.runs;
+      if (journalLeft) ++tally.rolledBack;
       if (ok) {
         EXPECT_EQ(after, written) << "a write that reports success wrote something else";
-        ++tally.recovered;
-        continue;
-      }
-      messages.take(errors, path);
-      if (after == scenario.original) {
+        ++tally.written;
+      } else if (after == scenario.original) {
         ++tally.oldFile;
       } else if (after == written) {
         ++tally.newFile;
+        EXPECT_EQ(mode.fault, Faults::eFault::kCrash) << "a refused write changed the file: " << errors;
       } else {
         ++tally.neither;
+        ADD_FAILURE() << "the file is neither the old nor the new one";
       }
     }
     return tally;
@@ -362,11 +425,11 @@ class FaultTest : public ::testing::Test {
   kivo::Test::TempFolder fFolder;
 };
 
-void report(const Scenario& scenario, bool sticky, const Tally& tally) {
-  std::cout << "[ faults   ] " << scenario.name
-            << (sticky ? ", failing from call k on" : ", call k failing") << ": " << tally.runs
-            << " runs, old file " << tally.oldFile << ", new file " << tally.newFile << ", neither "
-            << tally.neither << ", recovered " << tally.recovered << std::endl;
+void report(const Scenario& scenario, const FaultMode& mode, const Tally& tally) {
+  std::cout << "[ faults   ] " << scenario.name << ", " << mode.name << ": " << tally.runs
+            << " runs, old file " << tally.oldFile << ", new file " << tally.newFile
+            << ", neither " << tally.neither << ", written " << tally.written
+            << ", rolled back from the journal " << tally.rolledBack << std::endl;
 }
 
 // Constructs a T with make at every allocation k it makes, the k-th
@@ -488,9 +551,9 @@ TEST_F(FaultyWrite, RewritesFailCleanlyAtEveryCall) {
   for (const auto& group : {std::make_pair(asciiScenarios(), &asciiMessages),
                             std::make_pair(binaryScenarios(), &binaryMessages)}) {
     for (const Scenario& scenario : group.first) {
-      for (const bool sticky : {false, true}) {
-        SCOPED_TRACE(std::string(scenario.name) + (sticky ? ", sticky" : ""));
-        report(scenario, sticky, rewriteWithFaults(scenario, sticky, *group.second));
+      for (const FaultMode& mode : kFaultModes) {
+        SCOPED_TRACE(std::string(scenario.name) + ", " + mode.name);
+        report(scenario, mode, rewriteWithFaults(scenario, mode, *group.second));
       }
     }
   }

@@ -6,6 +6,7 @@
 #include "faults/kivoFaultShim.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <malloc.h>
 #include <sys/types.h>
 #include <sys/uio.h>
@@ -25,6 +26,9 @@ uint64_t gCalls = 0;
 uint64_t gFailAt = 0;
 bool gSticky = false;
 bool gCallFailed = false;
+eFault gFault = eFault::kFail;
+// Set when the armed call is a write to be cut short.
+bool gShortNow = false;
 
 bool gCountAllocations = false;
 uint64_t gAllocations = 0;
@@ -53,12 +57,19 @@ Function forward(Function& cache, const char* name) {
   return cache;
 }
 
-// True when this call of kind on descriptor fd is to fail; counts it.
+// True when this call of kind on descriptor fd is to fail; counts it. At
+// the armed call a crash ends the process, and a write to be cut short is
+// flagged in gShortNow instead of failing.
 bool fails(eCall kind, int fd, int error) {
   if (!(gMask & kind) || fd <= 2) return false;
   ++gCalls;
   if (gFailAt == 0 || gCalls < gFailAt || (gCalls > gFailAt && !gSticky)) return false;
   gCallFailed = true;
+  if (gCalls == gFailAt && gFault == eFault::kCrash) ::_exit(kCrashStatus);
+  if (gCalls == gFailAt && gFault == eFault::kShortWrite && kind == kWrite) {
+    gShortNow = true;
+    return false;
+  }
   errno = error;
   return true;
 }
@@ -77,6 +88,10 @@ using WriteFunction = ssize_t (*)(int, const void*, size_t);
 using WritevFunction = ssize_t (*)(int, const struct iovec*, int);
 using SeekFunction = off_t (*)(int, off_t, int);
 using PwriteFunction = ssize_t (*)(int, const void*, size_t, off_t);
+using PreadFunction = ssize_t (*)(int, void*, size_t, off_t);
+using SyncFunction = int (*)(int);
+using FallocateFunction = int (*)(int, int, off_t, off_t);
+using UnlinkFunction = int (*)(const char*);
 using TruncateFunction = int (*)(const char*, off_t);
 using FtruncateFunction = int (*)(int, off_t);
 using NewFunction = void* (*)(std::size_t);
@@ -84,6 +99,13 @@ using DeleteFunction = void (*)(void*);
 using SizedDeleteFunction = void (*)(void*, std::size_t);
 
 ReadFunction gRead = nullptr;
+PreadFunction gPread = nullptr;
+PreadFunction gPread64 = nullptr;
+SyncFunction gFsync = nullptr;
+SyncFunction gFdatasync = nullptr;
+FallocateFunction gFallocate = nullptr;
+FallocateFunction gFallocate64 = nullptr;
+UnlinkFunction gUnlink = nullptr;
 WriteFunction gWrite = nullptr;
 WritevFunction gWritev = nullptr;
 SeekFunction gLseek = nullptr;
@@ -110,10 +132,11 @@ void held(void* block, int sign) {
 
 }  // namespace
 
-void armCalls(unsigned mask, uint64_t failAt, bool sticky) {
+void armCalls(unsigned mask, uint64_t failAt, bool sticky, eFault fault) {
   gCalls = 0;
   gFailAt = failAt;
   gSticky = sticky;
+  gFault = fault;
   gCallFailed = false;
   gMask = mask;
 }
@@ -155,9 +178,48 @@ ssize_t read(int fd, void* buffer, size_t count) {
   return forward(gRead, "read")(fd, buffer, count);
 }
 
+ssize_t pread(int fd, void* buffer, size_t count, off_t offset) {
+  if (fails(kRead, fd, EIO)) return -1;
+  return forward(gPread, "pread")(fd, buffer, count, offset);
+}
+
+ssize_t pread64(int fd, void* buffer, size_t count, off64_t offset) {
+  if (fails(kRead, fd, EIO)) return -1;
+  return forward(gPread64, "pread64")(fd, buffer, count, offset);
+}
+
 ssize_t write(int fd, const void* buffer, size_t count) {
   if (fails(kWrite, fd, ENOSPC)) return -1;
+  if (gShortNow) {
+    gShortNow = false;
+    if (count > 1) count /= 2;
+  }
   return forward(gWrite, "write")(fd, buffer, count);
+}
+
+int fsync(int fd) {
+  if (fails(kSync, fd, EIO)) return -1;
+  return forward(gFsync, "fsync")(fd);
+}
+
+int fdatasync(int fd) {
+  if (fails(kSync, fd, EIO)) return -1;
+  return forward(gFdatasync, "fdatasync")(fd);
+}
+
+int fallocate(int fd, int mode, off_t offset, off_t length) {
+  if (fails(kFallocate, fd, ENOSPC)) return -1;
+  return forward(gFallocate, "fallocate")(fd, mode, offset, length);
+}
+
+int fallocate64(int fd, int mode, off64_t offset, off64_t length) {
+  if (fails(kFallocate, fd, ENOSPC)) return -1;
+  return forward(gFallocate64, "fallocate64")(fd, mode, offset, length);
+}
+
+int unlink(const char* path) noexcept {
+  if (fails(kUnlink, 3, EIO)) return -1;
+  return forward(gUnlink, "unlink")(path);
 }
 
 ssize_t writev(int fd, const struct iovec* vector, int count) {

@@ -11,6 +11,35 @@
 // file's declarations are deserialized into it) and restores it on every
 // path, exceptions included: reads must not run concurrently with each other
 // or with other use of that registry.
+//
+// Safe rewrites, added to the formats' in-place writing (valid files read and
+// write exactly as they always have; only failures and concurrency behave
+// differently):
+// - Locking. A read holds an advisory lock (flock) on the file while it
+//   reads: shared, so that it never sees a rewrite half done. A write holds
+//   an exclusive one while it writes. With setHoldForWrite(true) the read
+//   takes the exclusive lock and keeps it until write() is done with it,
+//   unlock(), another read of another file or the accessor's destruction, so
+//   that no other locking writer can change the file between the read and
+//   the write. A lock another process holds is waited for lockWait()
+//   milliseconds, then reported ("The file NAME is locked by another
+//   process ...").
+// - Rollback journal. Before the first byte of the file changes, the bytes
+//   the write will overwrite or cut off are saved in "<file>.kivo-journal"
+//   beside it (the file's mode, flushed to disk with its folder); the file
+//   is then rewritten through the descriptor the write locked, cut to its
+//   length with ftruncate, flushed, and the journal removed. A write that
+//   fails after the file began to change puts the old bytes back at once
+//   and says "The file NAME was left as it was."; if even that fails, the
+//   message says the file is damaged and names the journal.
+// - Recovery. Every read and write first looks for a journal: a complete
+//   one (its writer died while changing the file) puts the old bytes back,
+//   an incomplete one (it died before) is removed. A reader that may not
+//   write the file refuses instead, naming the journal. recoverFile() does
+//   it explicitly.
+// - A write refuses a file whose device, inode, size, modification or
+//   change time differ from what this accessor last saw, or whose name no
+//   longer leads to the file it read.
 #pragma once
 
 #include <kivo/kivoExport.h>
@@ -27,6 +56,9 @@ namespace Debug {
 class Print;
 class Footprint;
 }  // namespace Debug
+namespace Detail {
+class SceneFile;
+}  // namespace Detail
 
 namespace Data {
 
@@ -96,6 +128,40 @@ class KIVO_EXPORT Accessor {
   // No structures, no associations.
   void clear();
 
+  // Whether read() takes the exclusive lock and holds it for a later
+  // write() (false by default: a shared lock for the read only). A read that
+  // holds it opens the file for writing, so it fails on a file this process
+  // may not write ("Could not open NAME for writing.").
+  void setHoldForWrite(bool hold);
+  bool holdsForWrite() const;
+  // Releases the lock a read holds for writing; nothing when there is none.
+  void unlock();
+  // How long a read or a write waits for a lock another process holds, in
+  // milliseconds (10000 by default; 0 tries once).
+  void setLockWait(unsigned milliseconds);
+  unsigned lockWait() const;
+  // Whether a write flushes the journal, its folder and the file to disk
+  // at each step (true by default). Off, a crash of the process still
+  // leaves the old file or the new one; a crash of the machine may not.
+  void setSyncWrites(bool sync);
+  bool syncWrites() const;
+
+  // The journal a write of fileName keeps while it changes the file:
+  // fileName followed by ".kivo-journal".
+  static std::string journalName(const std::string& fileName);
+  // What recoverFile() did.
+  enum eRecovery {
+    kNothingToRecover,        // no journal
+    kRolledBack,              // a complete journal put the old bytes back
+    kIncompleteJournalRemoved,  // its writer died before the file changed
+    kRecoveryFailed           // the messages say why; nothing was removed
+  };
+  // Takes the exclusive lock on fileName (waiting up to waitMilliseconds)
+  // and finishes what an unfinished rewrite left, as every read and write
+  // does first.
+  static eRecovery recoverFile(const std::string& fileName, std::string& errors,
+                               unsigned waitMilliseconds = 10000);
+
   // Object: the file name, the structure names and the associations names.
   // Null: the class statistics and the registered extensions. Return true.
   static bool Debug(const Accessor* accessor, kivo::Debug::Print& print);
@@ -114,6 +180,18 @@ class KIVO_EXPORT Accessor {
   // with messages in errors.
   virtual bool performRead(const std::set<std::string>* structureNames,
                            const std::set<std::string>* associationsNames, std::string& errors) = 0;
+
+  // The open, locked, recovered file the formats read and write through: the
+  // one this accessor holds for writing when it is fileName()'s, else a new
+  // one, for reading with a shared lock (or, when it holds for write, kept
+  // with the exclusive lock) or, with forWrite, for writing with an
+  // exclusive lock for this call only. Null, with the messages appended, on
+  // failure; openFailure is the format's message for a file that does not
+  // open (none when empty), and openError, when given, the errno of that
+  // open (0 when the file opened).
+  std::shared_ptr<Detail::SceneFile> sceneFile(bool forWrite, const std::string& openFailure,
+                                               std::string& errors,
+                                               int* openError = nullptr) const;
 
  private:
   struct State;
