@@ -85,11 +85,6 @@ std::string changedMessage(const std::string& fileName) {
          " changed since this accessor last read or wrote it; read it again before writing.";
 }
 
-std::string replacedMessage(const std::string& fileName) {
-  return "The file " + fileName +
-         " was replaced since this accessor read it; read it again before writing.";
-}
-
 std::string notReadMessage(const std::string& fileName) {
   return "The file " + fileName +
          " was not read successfully by this accessor; read it before writing.";
@@ -366,6 +361,18 @@ eRecovery recoverLocked(const std::string& fileName, int descriptor, std::string
   return eRecovery::kRolledBack;
 }
 
+// True when the journal of fileName is whole: its writer finished it, and
+// may have begun changing the file.
+bool journalComplete(const std::string& fileName) {
+  Descriptor journalFile(openRetrying(journalPath(fileName).c_str(), O_RDONLY));
+  struct stat status;
+  if (journalFile.get() < 0 || ::fstat(journalFile.get(), &status) != 0) return true;
+  std::string text(static_cast<size_t>(status.st_size), '\0');
+  Journal journal;
+  return preadAll(journalFile.get(), &text[0], text.size(), 0) != 0 ||
+         decodeJournal(text, journal);
+}
+
 bool journalExists(const std::string& fileName) {
   struct stat status;
   return ::lstat(journalPath(fileName).c_str(), &status) == 0;
@@ -454,10 +461,21 @@ std::unique_ptr<SceneFile> SceneFile::open(const std::string& fileName, eLock lo
       // the lock turned back into a shared one.
       descriptor.reset();
       descriptor.reset(openLocked(fileName, true, waitMilliseconds, openError, errors));
-      if (descriptor.get() < 0) {
-        if (openError != 0) appendMessage(errors, unfinishedMessage(fileName));
+      if (descriptor.get() < 0 && openError != 0) {
+        // A reader that may not write the file reads it as it is when the
+        // journal's writer died before changing it; otherwise it refuses.
+        descriptor.reset(openLocked(fileName, false, waitMilliseconds, openError, errors));
+        if (descriptor.get() < 0) {
+          if (openError != 0 && !openFailure.empty()) appendMessage(errors, openFailure);
+          return nullptr;
+        }
+        if (!journalComplete(fileName)) {
+          return std::unique_ptr<SceneFile>(new SceneFile(fileName, descriptor.release(), false));
+        }
+        appendMessage(errors, unfinishedMessage(fileName));
         return nullptr;
       }
+      if (descriptor.get() < 0) return nullptr;
     }
     if (recoverLocked(fileName, descriptor.get(), errors) == eRecovery::kFailed) return nullptr;
     if (!exclusive && ::flock(descriptor.get(), LOCK_SH) != 0) {
@@ -492,15 +510,13 @@ bool SceneFile::unchangedSince(const FileStamp& seen, std::string& errors) const
     appendMessage(errors, notReadMessage(fFileName));
     return false;
   }
-  if (stamp() != seen) {
-    appendMessage(errors, changedMessage(fFileName));
-    return false;
-  }
+  // The name must still lead to the file: a write into a file that lost
+  // its name would change nothing a later reader of the name sees.
   struct stat byName;
-  if (::stat(fFileName.c_str(), &byName) != 0 ||
+  if (stamp() != seen || ::stat(fFileName.c_str(), &byName) != 0 ||
       static_cast<uint64_t>(byName.st_dev) != seen.device ||
       static_cast<uint64_t>(byName.st_ino) != seen.inode) {
-    appendMessage(errors, replacedMessage(fFileName));
+    appendMessage(errors, changedMessage(fFileName));
     return false;
   }
   return true;

@@ -72,8 +72,9 @@ class SceneFile {
   // process to release it, and recovers an unfinished rewrite. Null, with a
   // message appended to errors, on failure: openFailure when the file cannot
   // be opened, otherwise one that names the file and the cause. A shared
-  // opener that finds a journal recovers the file when it may write it, and
-  // refuses, naming the journal, when it may not. openError, when given,
+  // opener that finds a journal recovers the file when it may write it;
+  // when it may not, it reads the file as it is if the journal is
+  // incomplete, and refuses, naming the journal, if it is complete. openError, when given,
   // is set to the errno of an open that failed (0 otherwise); an empty
   // openFailure appends nothing then.
   static std::unique_ptr<SceneFile> open(const std::string& fileName, eLock lock,

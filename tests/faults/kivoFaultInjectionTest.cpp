@@ -40,6 +40,7 @@
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -416,6 +417,7 @@ class FaultTest : public ::testing::Test {
 
  public:
   const Structure::StructureSet& registered() const { return fBefore; }
+  void newMetadataOf(Accessor& accessor) { newMetadata(accessor); }
 
  protected:
 
@@ -559,6 +561,166 @@ TEST_F(FaultyWrite, RewritesFailCleanlyAtEveryCall) {
   }
   asciiMessages.expectEverySeen();
   binaryMessages.expectEverySeen();
+}
+
+// A scene file and its journal as a writer that died before one of its
+// calls left them: complete (the file already changing) or incomplete (the
+// journal cut short, the file untouched).
+struct CrashState {
+  std::string scene;
+  std::string journal;
+};
+
+// Crashes the rewrite of scenario into path at call 1, 2, ... until the
+// state left is complete or incomplete as asked. The scene's mode is 0640
+// and the writer's umask 077: the journal must have the scene's mode.
+bool crashState(FaultTest& test, const Scenario& scenario, const std::string& path,
+                bool complete, CrashState& state) {
+  const std::string journal = Accessor::journalName(path);
+  for (uint64_t k = 1; k < 200; ++k) {
+    writeBytes(path, scenario.original);
+    ::chmod(path.c_str(), 0640);
+    std::string errors;
+    std::unique_ptr<Accessor> accessor = Accessor::readFile(path, errors);
+    if (!accessor) return false;
+    test.newMetadataOf(*accessor);
+    const pid_t child = ::fork();
+    if (child == 0) {
+      ::umask(077);
+      Faults::armCalls(Faults::kWriteCalls, k, false, Faults::eFault::kCrash);
+      accessor->write(errors);
+      ::_exit(0);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (!std::filesystem::exists(journal)) continue;
+    state = {readBytes(path), readBytes(journal)};
+    struct stat mode;
+    EXPECT_EQ(::stat(journal.c_str(), &mode), 0);
+    EXPECT_EQ(mode.st_mode & 07777, 0640u);
+    if (complete ? state.scene != scenario.original : state.journal.empty()) return true;
+  }
+  return false;
+}
+
+// The output of a command line, and its exit code.
+int run(const std::string& line, std::string& out) {
+  out.clear();
+  FILE* pipe = ::popen(line.c_str(), "r");
+  if (!pipe) return -1;
+  char buffer[4096];
+  for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, got);
+  const int status = ::pclose(pipe);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(FaultyWrite, AJournalLeftByACrashIsFinishedByWhatComesNext) {
+  // What each comer does with the file and journal a crashed writer left:
+  // gives its messages (empty: success) and leaves the file as it expects.
+  struct Comer {
+    const char* what;
+    std::function<std::string(const std::string& path, Accessor& readBefore)> act;
+  };
+  const auto unfinished = [](const std::string& path) {
+    return "The file " + path + " has an unfinished rewrite whose old bytes are in " + path +
+           ".kivo-journal; run 'kivo-meta recover " + path + "' with write access to put them back.";
+  };
+  const Comer comers[] = {
+      {"a read",
+       [](const std::string& path, Accessor&) {
+         std::string errors;
+         Accessor::readFile(path, errors);
+         return errors;
+       }},
+      {"a write after a read made before the crash",
+       [](const std::string&, Accessor& readBefore) {
+         std::string errors;
+         readBefore.write(errors);
+         return errors;
+       }},
+      {"a reader that may not write",
+       [](const std::string& path, Accessor&) {
+         // Root writes any file: the reader runs as nobody then.
+         ::chmod(path.c_str(), 0444);
+         ::chmod(Accessor::journalName(path).c_str(), 0444);
+         int channel[2];
+         if (::pipe(channel) != 0) return std::string("no pipe");
+         const pid_t child = ::fork();
+         if (child == 0) {
+           if (::geteuid() == 0 && ::setuid(65534) != 0) ::_exit(2);
+           std::string errors;
+           Accessor::readFile(path, errors);
+           (void)!::write(channel[1], errors.data(), errors.size());
+           ::_exit(0);
+         }
+         ::close(channel[1]);
+         std::string errors;
+         char buffer[4096];
+         for (ssize_t got; (got = ::read(channel[0], buffer, sizeof buffer)) > 0;)
+           errors.append(buffer, static_cast<size_t>(got));
+         ::close(channel[0]);
+         ::waitpid(child, nullptr, 0);
+         return errors;
+       }},
+#ifdef KIVO_META_PATH
+      {"kivo-meta recover",
+       [](const std::string& path, Accessor&) {
+         std::string out;
+         const int code = run(std::string(KIVO_META_PATH) + " recover '" + path + "' 2>&1", out);
+         return std::to_string(code) + " " + out;
+       }},
+#endif
+  };
+  const std::string folder = std::filesystem::path(fFolder.path("x")).parent_path().string();
+  ASSERT_EQ(::chmod(folder.c_str(), 0755), 0);
+  for (const Scenario& scenario : {asciiScenarios()[2], binaryScenarios()[1]}) {
+    const std::string path = fFolder.path(std::string("crashed.") + scenario.extension);
+    const std::string journal = Accessor::journalName(path);
+    for (const bool complete : {true, false}) {
+      CrashState state;
+      ASSERT_TRUE(crashState(*this, scenario, path, complete, state));
+      for (const Comer& comer : comers) {
+        SCOPED_TRACE(std::string(scenario.name) + (complete ? ", complete" : ", incomplete") +
+                     ", " + comer.what);
+        writeBytes(path, scenario.original);
+        ::chmod(path.c_str(), 0644);
+        std::string errors;
+        std::unique_ptr<Accessor> readBefore = Accessor::readFile(path, errors);
+        ASSERT_NE(readBefore, nullptr) << errors;
+        newMetadata(*readBefore);
+        // An incomplete journal comes with the file as it was read.
+        if (complete) writeBytes(path, state.scene);
+        writeBytes(journal, state.journal);
+        ::chmod(journal.c_str(), 0644);
+        const std::string said = comer.act(path, *readBefore);
+        const std::string what = comer.what;
+        if (what == "a reader that may not write") {
+          // The file and the journal stay; a complete journal is named.
+          EXPECT_EQ(said, complete ? unfinished(path) : "");
+          EXPECT_EQ(readBytes(path), state.scene);
+          EXPECT_EQ(readBytes(journal), state.journal);
+          continue;
+        }
+        EXPECT_FALSE(std::filesystem::exists(journal));
+        if (what == "kivo-meta recover") {
+          EXPECT_EQ(said, complete ? "0 " + path + ": an unfinished rewrite was rolled back from " +
+                                         journal + "\n"
+                                   : "0 " + path + ": removed " + journal +
+                                         ", which its writer left before changing the file\n");
+        } else if (what == "a read" || !complete) {
+          EXPECT_EQ(said, "");
+        } else {
+          // Rolled back, then refused: the file is not the one read.
+          EXPECT_EQ(said, "The file " + path +
+                              " changed since this accessor last read or wrote it; read it "
+                              "again before writing.");
+        }
+        if (what != "a write after a read made before the crash" || complete) {
+          EXPECT_EQ(readBytes(path), scenario.original);
+        }
+      }
+    }
+  }
 }
 
 // Reads scenario once per fault point of a clean read (file calls or

@@ -125,7 +125,7 @@ std::string remapLine(const std::string& node, const std::string& key, const std
 // Remaps one file's table; returns the report text.
 std::string remapFile(const std::string& file, const std::string& from, const std::string& to,
                       bool dryRun) {
-  std::unique_ptr<Accessor> scene = readScene(file);
+  std::unique_ptr<Accessor> scene = readScene(file, !dryRun);
   std::string lines;
   unsigned int total = 0;
   unsigned int changed = 0;
@@ -220,8 +220,9 @@ int importAssociations(const std::string& file, const Target& target, const std:
                        const std::string& structuresFile, bool dryRun) {
   Reporter reporter(1);
   try {
-    std::unique_ptr<Accessor> scene = readScene(file);
+    // The import text is read first: a wrong path holds no lock.
     const std::string text = readInput(input);
+    std::unique_ptr<Accessor> scene = readScene(file, !dryRun);
     StructureList given;
     if (!structuresFile.empty()) parseStructures(readInput(structuresFile), given);
     Associations associations = parseAssociations(text, knownStructures(*scene, given));
@@ -245,7 +246,7 @@ int importAssociations(const std::string& file, const Target& target, const std:
 int removeAssociations(const std::string& file, const Target& target, bool dryRun) {
   Reporter reporter(1);
   try {
-    std::unique_ptr<Accessor> scene = readScene(file);
+    std::unique_ptr<Accessor> scene = readScene(file, !dryRun);
     findTarget(*scene, target);
     if (dryRun) {
       reporter.output(printable(file) + ": would remove the metadata of " +
@@ -281,6 +282,32 @@ int listExternals(const std::vector<std::string>& files, bool json) {
     }
   }
   if (json) reporter.output(jsonText({{"files", documents}}));
+  return reporter.exitCode();
+}
+
+int recoverFiles(const std::vector<std::string>& files) {
+  Reporter reporter(files.size());
+  for (const std::string& file : files) {
+    reporter.starting(file);
+    std::string errors;
+    const std::string journal = printable(Accessor::journalName(file));
+    switch (Accessor::recoverFile(file, errors)) {
+      case Accessor::kNothingToRecover:
+        reporter.output(printable(file) + ": nothing to recover\n");
+        break;
+      case Accessor::kRolledBack:
+        reporter.output(printable(file) + ": an unfinished rewrite was rolled back from " +
+                        journal + "\n");
+        break;
+      case Accessor::kIncompleteJournalRemoved:
+        reporter.output(printable(file) + ": removed " + journal +
+                        ", which its writer left before changing the file\n");
+        break;
+      case Accessor::kRecoveryFailed:
+        reporter.failure(file, messagesOr(errors, "The file could not be recovered."));
+        break;
+    }
+  }
   return reporter.exitCode();
 }
 

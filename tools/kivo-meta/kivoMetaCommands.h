@@ -45,6 +45,9 @@ int listExternals(const std::vector<std::string>& files, bool json);
 int remapExternals(const std::vector<std::string>& files, const std::string& from,
                    const std::string& to, bool dryRun);
 
+// Finishes what an interrupted rewrite left beside each file: rolls the file
+// back from a complete journal, removes an incomplete one.
+int recoverFiles(const std::vector<std::string>& files);
 // Writes the sample scenes demo.ta and demo.tb into directory (made when
 // missing; existing demo files are replaced) and lists them.
 int runDemo(const std::string& directory);

@@ -165,7 +165,7 @@ void writeBinaryScene(const std::string& path) {
 
 void addMetadata(const std::string& path, const StructureList& structures,
                  const std::map<std::string, Associations>& associations) {
-  std::unique_ptr<Data::Accessor> scene = readScene(path);
+  std::unique_ptr<Data::Accessor> scene = readScene(path, true);
   scene->setStructures(Data::Accessor::StructureSet(structures.items().begin(),
                                                     structures.items().end()));
   for (const auto& [key, value] : associations) scene->associations()[key] = value;

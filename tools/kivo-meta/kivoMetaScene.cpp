@@ -9,12 +9,6 @@ namespace kivo::Meta {
 
 namespace {
 
-using Data::Accessor;
-using Data::Associations;
-using Data::Structure;
-
-constexpr char kRawFormat[] = "raw";
-
 // The library's messages end in line feeds; the tool prints them as lines.
 std::string trimmed(const std::string& text) {
   size_t end = text.find_last_not_of(" \t\r\n");
@@ -23,10 +17,20 @@ std::string trimmed(const std::string& text) {
   return text.substr(start, end - start + 1);
 }
 
+}  // namespace
+
 std::string messagesOr(const std::string& errors, const std::string& fallback) {
   std::string text = trimmed(errors);
   return text.empty() ? fallback : text;
 }
+
+namespace {
+
+using Data::Accessor;
+using Data::Associations;
+using Data::Structure;
+
+constexpr char kRawFormat[] = "raw";
 
 // Registers private copies of structures in the process registry, so that
 // the raw stream reader finds them by name, and deregisters them again when
@@ -119,6 +123,15 @@ bool hasStringMember(const Structure& structure, const std::string& name) {
   return false;
 }
 
+// Reads the file the accessor just wrote again, through the same accessor.
+void readBack(Accessor& scene) {
+  std::string errors;
+  if (!scene.read(scene.fileName(), errors)) {
+    throw Failure("The file was written, but reading it back failed:\n" +
+                  messagesOr(errors, "The file could not be read."));
+  }
+}
+
 void writeOnly(Accessor& scene) {
   std::string errors;
   if (!scene.write(errors)) {
@@ -145,10 +158,14 @@ void checkNodeName(const std::string& node) {
   }
 }
 
-std::unique_ptr<Accessor> readScene(const std::string& file) {
+std::unique_ptr<Accessor> readScene(const std::string& file, bool forWrite) {
   std::string errors;
-  std::unique_ptr<Accessor> scene = Accessor::readFile(file, errors);
-  if (!scene) throw Failure(messagesOr(errors, "The file could not be read."));
+  std::unique_ptr<Accessor> scene = Accessor::accessorByExtension(file);
+  if (!scene) {
+    throw Failure("No factory registered for type of file \"" + file + "\"");
+  }
+  scene->setHoldForWrite(forWrite);
+  if (!scene->read(file, errors)) throw Failure(messagesOr(errors, "The file could not be read."));
   return scene;
 }
 
@@ -246,22 +263,23 @@ Data::Stream* externalTable(Accessor& scene) {
 void writeScene(Accessor& scene) {
   const Snapshot written = takeSnapshot(scene);
   writeOnly(scene);
-  checkReadBack(written, *readScene(scene.fileName()));
+  readBack(scene);
+  checkReadBack(written, scene);
 }
 
 bool removeAndWrite(Accessor& scene, const std::string& key) {
   scene.associations().erase(key);
   const Snapshot written = takeSnapshot(scene);
   writeOnly(scene);
-  std::unique_ptr<Accessor> back = readScene(scene.fileName());
-  if (back->associations().count(key) == 0) {
-    checkReadBack(written, *back);
+  readBack(scene);
+  if (scene.associations().count(key) == 0) {
+    checkReadBack(written, scene);
     return false;
   }
   // The old statement survived behind the new section: hide it behind an
   // empty entry, which the reader meets last and keeps.
-  back->associations()[key] = Associations();
-  writeScene(*back);
+  scene.associations()[key] = Associations();
+  writeScene(scene);
   return true;
 }
 

@@ -22,6 +22,10 @@ class Failure : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// The library's messages without the blanks and line feeds around them,
+// or fallback when there are none.
+std::string messagesOr(const std::string& errors, const std::string& fallback);
+
 // The associations a command works on: those of one node, or the scene's.
 struct Target {
   bool scene = false;
@@ -40,8 +44,10 @@ void checkNodeName(const std::string& node);
 // Reads every structure and every associations of file through the
 // accessor its extension selects. Throws Failure with the library's
 // messages ("No factory registered for type of file ..." and the format's
-// own). Always a full read: a rewrite must carry everything over.
-std::unique_ptr<Data::Accessor> readScene(const std::string& file);
+// own). Always a full read: a rewrite must carry everything over. With
+// forWrite the accessor keeps the file's exclusive lock from this read on,
+// so that no other writer changes it before writeScene.
+std::unique_ptr<Data::Accessor> readScene(const std::string& file, bool forWrite = false);
 
 // The raw text of a structure: one line, without line end.
 std::string structureText(const Data::Structure& structure);
@@ -85,7 +91,8 @@ Data::Associations parseAssociations(const std::string& text,
 Data::Stream* externalTable(Data::Accessor& scene);
 
 // Writes the accessor's structures and associations into its file, then
-// reads the file again and checks that it holds exactly the associations
+// reads the file again through the same accessor (under the lock it holds
+// when read for writing) and checks that it holds exactly the associations
 // written and every structure written. Throws Failure when the write fails
 // or the file reads back differently.
 void writeScene(Data::Accessor& scene);

@@ -141,6 +141,12 @@ int main(int argc, char** argv) {
   remap->add_option("--to", to, "Its replacement")->type_name("PREFIX")->required();
   remap->add_flag("--dry-run", dryRun, "Report what would change, change nothing");
 
+  std::vector<std::string> recoverFilesList;
+  CLI::App* recover = app.add_subcommand(
+      "recover",
+      "Roll each file back from the journal an interrupted rewrite left (FILE.kivo-journal)");
+  recover->add_option("FILE", recoverFilesList, "Scene files")->required();
+
   std::string directory = ".";
   CLI::App* demo = app.add_subcommand(
       "demo", "Write the sample scenes demo.ta and demo.tb into DIR and list them");
@@ -173,6 +179,7 @@ int main(int argc, char** argv) {
   if (remove->parsed()) return removeAssociations(file, *removeTarget.chosen(), dryRun);
   if (remap->parsed()) return remapExternals(files, from, to, dryRun);
   if (externals->parsed()) return listExternals(files, json);
+  if (recover->parsed()) return recoverFiles(recoverFilesList);
   if (demo->parsed()) return runDemo(directory);
   return kUsageError;
 }

@@ -35,8 +35,9 @@
 // - Recovery. Every read and write first looks for a journal: a complete
 //   one (its writer died while changing the file) puts the old bytes back,
 //   an incomplete one (it died before) is removed. A reader that may not
-//   write the file refuses instead, naming the journal. recoverFile() does
-//   it explicitly.
+//   write the file refuses instead, naming the journal (or, when the journal
+//   is incomplete, reads the untouched file). recoverFile() does it
+//   explicitly.
 // - A write refuses a file whose device, inode, size, modification or
 //   change time differ from what this accessor last saw, or whose name no
 //   longer leads to the file it read.
