@@ -88,6 +88,7 @@ struct Accessor::State {
   // Structures an earlier read() took out of the set without releasing them;
   // one entry per reference held, released at destruction.
   std::vector<const Structure*> retired;
+  bool cleanRewrite = false;
   bool holdForWrite = false;
   unsigned lockWait = 10000;
   bool syncWrites = true;
@@ -210,6 +211,10 @@ void Accessor::clear() {
   setStructures(StructureSet());
   fState->associations.clear();
 }
+
+void Accessor::setCleanRewrite(bool clean) { fState->cleanRewrite = clean; }
+
+bool Accessor::cleanRewrite() const { return fState->cleanRewrite; }
 
 void Accessor::setHoldForWrite(bool hold) {
   fState->holdForWrite = hold;

@@ -59,6 +59,10 @@ constexpr char kForeignLineInSection[] =
     "The metadata section holds a line that is not metadata; the file is left unchanged.";
 constexpr char kBodyAfterSection[] =
     "A statement of the scene body follows the metadata section; the file is left unchanged.";
+std::string foreignTextMessage(int64_t line, const std::string& fileName) {
+  return "Line " + std::to_string(line) + " of " + fileName +
+         " is neither metadata nor the trailer; a clean rewrite leaves the file unchanged.";
+}
 constexpr char kCouldNotSeekFirstBlock[] = "Could not seek to the first metadata block.";
 constexpr char kNoMetadataStart[] = "Failed reading line while searching metadata start.";
 constexpr char kCouldNotSeekLastBlock[] = "Could not seek to the last metadata block.";
@@ -346,6 +350,91 @@ struct AsciiFwdParser {
     return true;
   }
 };
+
+// Clean rewrites ------------------------------------------------------------
+
+// True for a line an earlier literal rewrite may have left of a node-level
+// statement: blanks or tabs, one name without blanks, quotes or ';', then
+// ';' and nothing but blanks.
+bool isStrayTargetLine(const std::string& line) {
+  const size_t start = firstNonBlank(line);
+  if (start == std::string::npos || start == 0) return false;
+  const size_t end = line.find_first_of(" \t\r\";", start);
+  if (end == std::string::npos || end == start || line[end] != ';') return false;
+  return line.find_first_not_of(" \t\r", end + 1) == std::string::npos;
+}
+
+// Where the old metadata section really ends, read forward from its start:
+// every dataStructure and applyMetadata statement (complete at its ';'
+// outside double quotes, a backslash in quotes escaping the next
+// character), blank lines and stray target lines belong to it; the line
+// whose first text is the trailer prefix ends it. end is that line's start;
+// on anything else, the start of the line that holds it.
+enum class CleanEnd { kFound, kForeignText, kNoTrailer, kReadFailed };
+
+CleanEnd cleanSectionEnd(std::istream& file, int64_t start, int64_t& end) {
+  file.clear();
+  if (!file.seekg(start)) return CleanEnd::kReadFailed;
+  std::string line;
+  bool inStatement = false;
+  bool inQuotes = false;
+  int64_t statementLine = start;
+  for (int64_t position = start;; position = static_cast<int64_t>(file.tellg())) {
+    if (!std::getline(file, line)) {
+      end = inStatement ? statementLine : position;
+      if (file.bad()) return CleanEnd::kReadFailed;
+      return inStatement ? CleanEnd::kForeignText : CleanEnd::kNoTrailer;
+    }
+    size_t at = 0;
+    if (!inStatement) {
+      const size_t first = firstNonBlank(line);
+      if (first == std::string::npos || line.find_first_not_of(" \t\r") == std::string::npos)
+        continue;
+      if (startsWith(line, Words::getTrailerPrefix(), first)) {
+        end = position;
+        return CleanEnd::kFound;
+      }
+      if (isStrayTargetLine(line)) continue;
+      if (!AsciiFwdParser::isMetadataLine(line)) {
+        end = position;
+        return CleanEnd::kForeignText;
+      }
+      inStatement = true;
+      statementLine = position;
+    }
+    for (; at < line.size() && inStatement; ++at) {
+      const char c = line[at];
+      if (inQuotes) {
+        if (c == '\\') ++at;
+        else if (c == '"') inQuotes = false;
+      } else if (c == '"') {
+        inQuotes = true;
+      } else if (c == ';') {
+        inStatement = false;
+      }
+    }
+    if (!inStatement && line.find_first_not_of(" \t\r", at) != std::string::npos) {
+      end = position;
+      return CleanEnd::kForeignText;
+    }
+  }
+}
+
+// The number of the line that starts at position (the first line is 1).
+int64_t lineNumberAt(std::istream& file, int64_t position) {
+  file.clear();
+  if (!file.seekg(0)) return 0;
+  int64_t lines = 1;
+  char buffer[64 * 1024];
+  for (int64_t left = position; left > 0;) {
+    const std::streamsize want = static_cast<std::streamsize>(
+        std::min<int64_t>(left, static_cast<int64_t>(sizeof buffer)));
+    if (!file.read(buffer, want)) return 0;
+    lines += std::count(buffer, buffer + want, '\n');
+    left -= want;
+  }
+  return lines;
+}
 
 // Backward scan -----------------------------------------------------------
 
@@ -707,6 +796,23 @@ bool TarnAsciiFileAccessor::write(std::string& errors) const {
   int64_t metadataStart = 0;
   int64_t trailerPosition = 0;
   if (!locateSection(file, size, metadataStart, trailerPosition, errors)) return false;
+  const bool clean = cleanRewrite() && fFirstMetadataBlock > 0;
+  if (clean) {
+    switch (cleanSectionEnd(file, metadataStart, trailerPosition)) {
+      case CleanEnd::kFound:
+        break;
+      case CleanEnd::kForeignText:
+        Detail::appendMessage(errors,
+                              foreignTextMessage(lineNumberAt(file, trailerPosition), name));
+        return false;
+      case CleanEnd::kNoTrailer:
+        Detail::appendMessage(errors, kNoTrailerPrefix);
+        return false;
+      case CleanEnd::kReadFailed:
+        Detail::appendMessage(errors, kNoMetadataEnd);
+        return false;
+    }
+  }
 
   file.clear();
   if (!file.seekg(trailerPosition)) {
@@ -729,7 +835,8 @@ bool TarnAsciiFileAccessor::write(std::string& errors) const {
     Detail::appendMessage(errors, kBodyAfterSection);
     return false;
   }
-  switch (sectionText(file, metadataStart, trailerPosition)) {
+  switch (clean ? SectionText::kMetadataOnly
+                : sectionText(file, metadataStart, trailerPosition)) {
     case SectionText::kMetadataOnly:
       break;
     case SectionText::kForeignLine:

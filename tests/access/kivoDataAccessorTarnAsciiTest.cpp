@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <set>
@@ -537,6 +538,66 @@ TEST_F(TarnAscii, WriteReplacesHandEditedSectionsAndKeepsWhatSurroundsThem) {
     EXPECT_EQ(labelOf(back->associations().at("")), "new");
     writeOk(*back);
     EXPECT_EQ(readBytes(path), once);
+  }
+}
+
+TEST_F(TarnAscii, CleanRewriteReplacesTheWholeOldSectionOrRefusesWithTheLine) {
+  // A clean rewrite of any of these sections gives the file that the same
+  // metadata written into the bare scene gives; what it cannot place is
+  // refused with its line, the file unchanged.
+  struct Section {
+    const char* what;
+    std::string section;  // between the scene body and the trailer
+    int foreignLine;      // 0: rewritten; else the line refused, from the section's first
+  };
+  const std::string structure = "dataStructure -fmt \"raw\" -as \"name=old:int32=a\";\n";
+  const auto node = [](const std::string& name, const std::string& value) {
+    return "applyMetadata -fmt \"raw\" -v \"" + value + "\" \n\t\t" + name + ";\n";
+  };
+  const std::string body = asciiBody(1500);
+  // A section whose value holds ';', quotes and backslashes, as written.
+  const std::string quoted = file(body + kAsciiTrailer, "quoted.ta");
+  writeOk(*readOk(quoted), {{"pCube1", labelled("a;\"b\"; \\\" c;")}});
+  const std::string withQuotes = readBytes(quoted).substr(
+      body.size(), readBytes(quoted).size() - body.size() - std::string(kAsciiTrailer).size());
+  const Section cases[] = {
+      {"structures, nodes and the scene",
+       structure + node("pCube1", "endAssociations\\n") + node("-scn", "endAssociations\\n"), 0},
+      {"what literal rewrites leave: a stray target line and old statements after it",
+       structure + node("aNew", "endAssociations\\n") + "\t\tpCube1;\n" +
+           node("pCube1", "endAssociations\\n") + "\n  \t\n",
+       0},
+      {"';', quotes and backslashes inside a value", withQuotes + structure, 0},
+      {"a comment line", structure + "// by hand\n" + node("-scn", "endAssociations\\n"), 2},
+      {"a statement that is not metadata",
+       structure + "requires tarn \"2014\";\n" + node("pCube1", "endAssociations\\n"), 2},
+      {"text after a statement's ';'",
+       structure + node("pCube1", "endAssociations\\n") + "\t\tp; setAttr x;\n", 4},
+  };
+  const Accessor::AssociationsMap metadata{{"", labelled("s")}, {"pSphere1", labelled("p")}};
+  const std::string bare = file(body + kAsciiTrailer, "bare.ta");
+  writeOk(*readOk(bare), metadata);
+  const std::string expected = readBytes(bare);
+  const int bodyLines = static_cast<int>(std::count(body.begin(), body.end(), '\n'));
+  for (const Section& c : cases) {
+    SCOPED_TRACE(c.what);
+    const std::string path = file(body + c.section + kAsciiTrailer);
+    std::unique_ptr<Accessor> accessor = Accessor::accessorByExtension(path);
+    std::string errors;
+    ASSERT_TRUE(accessor->read(path, errors)) << errors;
+    accessor->setCleanRewrite(true);
+    accessor->setStructures({fPoint});
+    accessor->associations() = metadata;
+    if (c.foreignLine == 0) {
+      writeOk(*accessor);
+      EXPECT_EQ(readBytes(path), expected);
+    } else {
+      EXPECT_FALSE(accessor->write(errors));
+      EXPECT_EQ(errors, "Line " + std::to_string(bodyLines + c.foreignLine) + " of " + path +
+                            " is neither metadata nor the trailer; a clean rewrite leaves the "
+                            "file unchanged.");
+      EXPECT_EQ(readBytes(path), body + c.section + kAsciiTrailer);
+    }
   }
 }
 

@@ -252,10 +252,10 @@ int removeAssociations(const std::string& file, const Target& target, bool dryRu
       reporter.output(printable(file) + ": would remove the metadata of " +
                       printable(target.describe()) + " (dry run)\n");
     } else {
-      const bool emptyEntry = removeAndWrite(*scene, target.key());
+      scene->associations().erase(target.key());
+      writeScene(*scene);
       reporter.output(printable(file) + ": removed the metadata of " +
-                      printable(target.describe()) +
-                      (emptyEntry ? " (an empty entry hides its old statement)\n" : "\n"));
+                      printable(target.describe()) + "\n");
     }
   } catch (const std::exception& failure) {
     reporter.failure(file, failure.what());

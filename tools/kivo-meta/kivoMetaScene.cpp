@@ -165,6 +165,7 @@ std::unique_ptr<Accessor> readScene(const std::string& file, bool forWrite) {
     throw Failure("No factory registered for type of file \"" + file + "\"");
   }
   scene->setHoldForWrite(forWrite);
+  scene->setCleanRewrite(true);
   if (!scene->read(file, errors)) throw Failure(messagesOr(errors, "The file could not be read."));
   return scene;
 }
@@ -265,22 +266,6 @@ void writeScene(Accessor& scene) {
   writeOnly(scene);
   readBack(scene);
   checkReadBack(written, scene);
-}
-
-bool removeAndWrite(Accessor& scene, const std::string& key) {
-  scene.associations().erase(key);
-  const Snapshot written = takeSnapshot(scene);
-  writeOnly(scene);
-  readBack(scene);
-  if (scene.associations().count(key) == 0) {
-    checkReadBack(written, scene);
-    return false;
-  }
-  // The old statement survived behind the new section: hide it behind an
-  // empty entry, which the reader meets last and keeps.
-  scene.associations()[key] = Associations();
-  writeScene(scene);
-  return true;
 }
 
 }  // namespace kivo::Meta

@@ -46,7 +46,8 @@ void checkNodeName(const std::string& node);
 // messages ("No factory registered for type of file ..." and the format's
 // own). Always a full read: a rewrite must carry everything over. With
 // forWrite the accessor keeps the file's exclusive lock from this read on,
-// so that no other writer changes it before writeScene.
+// so that no other writer changes it before writeScene. Its "ta" writes are
+// clean: they replace the whole old metadata section.
 std::unique_ptr<Data::Accessor> readScene(const std::string& file, bool forWrite = false);
 
 // The raw text of a structure: one line, without line end.
@@ -96,12 +97,5 @@ Data::Stream* externalTable(Data::Accessor& scene);
 // written and every structure written. Throws Failure when the write fails
 // or the file reads back differently.
 void writeScene(Data::Accessor& scene);
-
-// Drops the associations stored under key and writes the file (key must be
-// present). When the file still gives them back (an ASCII file keeps
-// everything from the first node line of its old metadata section on), the
-// associations are written once more as an empty entry that comes first and
-// hides the old one; the result is then true. Throws Failure.
-bool removeAndWrite(Data::Accessor& scene, const std::string& key);
 
 }  // namespace kivo::Meta

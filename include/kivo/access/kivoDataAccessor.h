@@ -129,6 +129,21 @@ class KIVO_EXPORT Accessor {
   // No structures, no associations.
   void clear();
 
+  // Whether a write of an ASCII ("ta") file replaces the whole old metadata
+  // section (false by default). By default the section ends, as the format
+  // has always had it, at the first line after a metadata line that starts
+  // with a letter, which is the target line of the first node-level
+  // statement: everything from there on is kept, old statements included.
+  // A clean rewrite reads the old section forward statement by statement (a
+  // statement ends at its ';' outside double quotes) and replaces all of it,
+  // stray target lines that earlier rewrites left included, keeping only the
+  // trailer line and what follows it; text that is none of these makes it
+  // refuse ("Line N of NAME is neither metadata nor the trailer; a clean
+  // rewrite leaves the file unchanged."). Binary ("tb") writes are always
+  // clean. A deliberate addition to the format's writing.
+  void setCleanRewrite(bool clean);
+  bool cleanRewrite() const;
+
   // Whether read() takes the exclusive lock and holds it for a later
   // write() (false by default: a shared lock for the read only). A read that
   // holds it opens the file for writing, so it fails on a file this process
