@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <functional>
 #include <limits>
 #include <sstream>
 #include <string>
@@ -369,13 +370,19 @@ bool isStrayTargetLine(const std::string& line) {
 // outside double quotes, a backslash in quotes escaping the next
 // character), blank lines and stray target lines belong to it; the line
 // whose first text is the trailer prefix ends it. end is that line's start;
-// on anything else, the start of the line that holds it.
+// on anything else, the start of the line that holds it. Each statement is
+// handed to visit with its start, and each stray line with its start too
+// (its text empty).
 enum class CleanEnd { kFound, kForeignText, kNoTrailer, kReadFailed };
 
-CleanEnd cleanSectionEnd(std::istream& file, int64_t start, int64_t& end) {
+using SectionVisitor = std::function<void(int64_t start, std::string statement)>;
+
+CleanEnd cleanSectionEnd(std::istream& file, int64_t start, int64_t& end,
+                         const SectionVisitor& visit = nullptr) {
   file.clear();
   if (!file.seekg(start)) return CleanEnd::kReadFailed;
   std::string line;
+  std::string statement;
   bool inStatement = false;
   bool inQuotes = false;
   int64_t statementLine = start;
@@ -394,13 +401,19 @@ CleanEnd cleanSectionEnd(std::istream& file, int64_t start, int64_t& end) {
         end = position;
         return CleanEnd::kFound;
       }
-      if (isStrayTargetLine(line)) continue;
+      if (isStrayTargetLine(line)) {
+        if (visit) visit(position, std::string());
+        continue;
+      }
       if (!AsciiFwdParser::isMetadataLine(line)) {
         end = position;
         return CleanEnd::kForeignText;
       }
       inStatement = true;
       statementLine = position;
+      statement.clear();
+    } else if (visit) {
+      statement += '\n';
     }
     for (; at < line.size() && inStatement; ++at) {
       const char c = line[at];
@@ -413,10 +426,12 @@ CleanEnd cleanSectionEnd(std::istream& file, int64_t start, int64_t& end) {
         inStatement = false;
       }
     }
+    if (visit) statement.append(line, 0, std::min(at, line.size()));
     if (!inStatement && line.find_first_not_of(" \t\r", at) != std::string::npos) {
       end = position;
       return CleanEnd::kForeignText;
     }
+    if (!inStatement && visit) visit(statementLine, std::move(statement));
   }
 }
 
@@ -700,6 +715,11 @@ class TarnAsciiFileAccessor : public Accessor {
 
   bool write(std::string& errors) const override;
   bool isFileSupported(const std::string& fileName) const override;
+  // The line of the last block that holds the first trailer prefix.
+  bool findTrailer(std::istream& file, int64_t size, int64_t& trailerPosition,
+                   std::string& errors) const {
+    return locateTrailer(file, size, trailerPosition, errors);
+  }
 
  protected:
   bool performRead(const std::set<std::string>* structureNames,
@@ -1070,5 +1090,93 @@ void TarnAsciiFileAccessor::rememberPositions(const MetadataScan& scan, int64_t 
 
 AccessorFactory<TarnAsciiFileAccessor> asciiFactory("ta");
 
+// One statement of the section as a check sees it.
+Detail::MetadataEntry entryOf(int64_t start, const std::string& statement) {
+  Detail::MetadataEntry entry;
+  entry.position = start;
+  if (statement.empty()) {
+    entry.kind = Detail::MetadataEntry::eKind::kStrayLine;
+    return entry;
+  }
+  const bool isAssociations = startsWith(statement, Words::getApplyMetadataCommandName());
+  entry.kind = isAssociations ? Detail::MetadataEntry::eKind::kAssociations
+                              : Detail::MetadataEntry::eKind::kStructure;
+  std::string payload;
+  entry.split = splitQuoted(statement, entry.format, payload);
+  entry.text = Detail::unescapeAsciiPayload(payload);
+  if (isAssociations) {
+    const size_t cut = statement.find_last_of(" \t\n");
+    std::string target = cut == std::string::npos ? std::string() : statement.substr(cut + 1);
+    if (!target.empty() && target.back() == ';') target.pop_back();
+    entry.name = target == Words::getApplyMetadataCommandSceneFlag()
+                     ? AccessorTarn::getSceneAssociationsName()
+                     : target;
+  }
+  return entry;
+}
+
 }  // namespace
 }  // namespace kivo::Data
+
+namespace kivo::Detail {
+
+bool listAsciiMetadata(const std::string& fileName, MetadataListing& out, std::string& errors) {
+  using namespace Data;
+  const std::unique_ptr<SceneFile> file =
+      SceneFile::open(fileName, SceneFile::eLock::kShared, 10000,
+                      kCouldNotOpen + fileName, errors, nullptr, false);
+  if (!file) return false;
+  DescriptorBuffer buffer(file->descriptor(), kWriteBuffer);
+  std::istream in(&buffer);
+  std::string message;
+  if (!checkHeader(in, message)) {
+    appendMessage(errors, message);
+    return false;
+  }
+  const int64_t size = fileSize(in);
+  MetadataScan scan(size);
+  if (size < 0 || !scanBackwards(in, size, scan, errors)) return false;
+  int64_t end = 0;
+  const auto visit = [&](int64_t start, std::string statement) {
+    out.entries.push_back(entryOf(start, statement));
+  };
+  TarnAsciiFileAccessor accessor;
+  std::string ignored;
+  if (scan.firstBlock() == 0 && !accessor.findTrailer(in, size, end, ignored)) {
+    out.problems.push_back({"no-trailer", "The file has no trailer line (\"// End of\").", -1});
+    return true;
+  }
+  switch (scan.firstBlock() == 0 ? CleanEnd::kFound
+                                 : cleanSectionEnd(in, scan.firstStart(), end, visit)) {
+    case CleanEnd::kFound:
+      break;
+    case CleanEnd::kForeignText:
+      out.problems.push_back(
+          {"foreign-text", "Text that is neither metadata nor the trailer stands in the metadata "
+                           "section; a rewrite keeps it only in the literal mode.",
+           end});
+      return true;
+    case CleanEnd::kNoTrailer:
+      out.problems.push_back({"no-trailer", "The file has no trailer line (\"// End of\").", -1});
+      return true;
+    case CleanEnd::kReadFailed:
+      appendMessage(errors, kNoMetadataEnd);
+      return false;
+  }
+  in.clear();
+  std::string trailer(static_cast<size_t>(size - end), '\0');
+  if (!in.seekg(end) || !in.read(&trailer[0], static_cast<std::streamsize>(trailer.size()))) {
+    appendMessage(errors, kCouldNotReadFileTrailer);
+    return false;
+  }
+  if (holdsBodyStatement(trailer)) {
+    out.problems.push_back({"body-after-trailer",
+                            "A statement of the scene body follows the trailer line; the "
+                            "metadata before it cannot be read.",
+                            end});
+  }
+  return true;
+}
+
+}  // namespace kivo::Detail
+

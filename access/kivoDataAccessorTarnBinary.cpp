@@ -782,3 +782,85 @@ AccessorFactory<TarnBinaryFileAccessor> binaryFactory("tb");
 
 }  // namespace
 }  // namespace kivo::Data
+
+namespace kivo::Detail {
+
+bool isUtf8(std::string_view text) {
+  for (size_t i = 0; i < text.size();) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    const size_t length = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+    if (length == 0 || length > text.size() - i) return false;
+    uint32_t code = length == 1 ? c : c & (0x7F >> length);
+    for (size_t k = 1; k < length; ++k) {
+      const unsigned char next = static_cast<unsigned char>(text[i + k]);
+      if ((next >> 6) != 2) return false;
+      code = (code << 6) | (next & 0x3F);
+    }
+    // Overlong forms, surrogates and values past U+10FFFF are not UTF-8.
+    static const uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (code < kLeast[length] || (code >= 0xD800 && code <= 0xDFFF) || code > 0x10FFFF)
+      return false;
+    i += length;
+  }
+  return true;
+}
+
+bool listBinaryMetadata(const std::string& fileName, MetadataListing& out, std::string& errors) {
+  using namespace Data;
+  int openError = 0;
+  const std::unique_ptr<SceneFile> file = SceneFile::open(
+      fileName, SceneFile::eLock::kShared, 10000, std::string(), errors, &openError, false);
+  if (!file) {
+    if (openError != 0) errors = kFileNotValid;
+    return false;
+  }
+  DescriptorBuffer buffer(file->descriptor(), 0);
+  std::istream in(&buffer);
+  uint64_t mainPosition = 0, trailerPosition = 0, chunkPosition = 0;
+  if (!BinaryReader::seekToTrailerStart(in, mainPosition, trailerPosition, chunkPosition, errors))
+    return false;
+  const uint64_t start = trailerPosition + kContentAfterSizeField;
+  std::string content;
+  if (start > chunkPosition || !readBytes(in, chunkPosition - start, content)) {
+    appendMessage(errors, kChunkHeaderUnread);
+    return false;
+  }
+  bool structureSeen = false;
+  for (size_t at = 0; at < content.size();) {
+    const size_t room = content.size() - at;
+    uint64_t padded = 0;
+    const uint64_t size = room < kHeaderSize ? 0 : bigEndian(content.data() + at + 8, 8);
+    if (room < kHeaderSize || !paddedSizeWithin(size, room - kHeaderSize, padded)) {
+      out.problems.push_back({"bad-chunk", "A chunk of the trailer does not end within it.",
+                              static_cast<int64_t>(start + at)});
+      return true;
+    }
+    const std::string_view tag(content.data() + at, 4);
+    const std::string_view data(content.data() + at + kHeaderSize, static_cast<size_t>(size));
+    MetadataEntry entry;
+    entry.position = static_cast<int64_t>(start + at);
+    at += static_cast<size_t>(kHeaderSize + padded);
+    const bool isStructure = tag == Tags::getMetaDataStructureChunkName();
+    if (!isStructure && tag != Tags::getApplyNodeMetaDataChunkName() &&
+        tag != Tags::getApplySceneMetaDataChunkName())
+      continue;
+    std::string_view name, format, text;
+    std::string_view* const structureParts[] = {&format, &text};
+    std::string_view* const applyParts[] = {&name, &format, &text};
+    entry.split = isStructure ? splitStrings(data, structureParts, 2)
+                              : splitStrings(data, applyParts, 3);
+    entry.kind = isStructure ? MetadataEntry::eKind::kStructure
+                             : MetadataEntry::eKind::kAssociations;
+    entry.name = std::string(name);
+    entry.format = std::string(format);
+    entry.text = std::string(text);
+    entry.utf8 = isUtf8(text) && isUtf8(name);
+    entry.beforeFirstStructure = !isStructure && !structureSeen;
+    structureSeen = structureSeen || isStructure;
+    out.entries.push_back(std::move(entry));
+  }
+  return true;
+}
+
+}  // namespace kivo::Detail
+

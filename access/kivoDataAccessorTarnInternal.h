@@ -91,6 +91,37 @@ class WantedNames {
 // destroyed otherwise.
 void keepStructureIfWanted(std::unique_ptr<Data::Structure> structure, WantedNames& wanted);
 
+// What a check of a scene file sees of its metadata, statement by statement
+// ("ta") or chunk by chunk ("tb"), in file order.
+struct MetadataEntry {
+  enum class eKind { kStructure, kAssociations, kStrayLine };
+  eKind kind = eKind::kStructure;
+  std::string name;    // the associations' target, "" for the scene
+  std::string format;
+  std::string text;    // the payload: unescaped ("ta"), as stored ("tb")
+  int64_t position = 0;
+  bool split = true;   // false when no format and payload could be cut out
+  bool utf8 = true;    // "tb": the payload is valid UTF-8
+  bool beforeFirstStructure = false;  // "tb": associations before any structure
+};
+// A problem of the file's layout, where it starts.
+struct LayoutProblem {
+  std::string kind;
+  std::string message;
+  int64_t position = -1;  // -1: none to give
+};
+struct MetadataListing {
+  std::vector<MetadataEntry> entries;
+  std::vector<LayoutProblem> problems;
+};
+// The metadata of an ASCII or binary scene file as it lies, read without
+// recovering an unfinished rewrite. False, with the format's messages, when
+// the file cannot be read that far.
+bool listAsciiMetadata(const std::string& fileName, MetadataListing& out, std::string& errors);
+bool listBinaryMetadata(const std::string& fileName, MetadataListing& out, std::string& errors);
+// True when text is well-formed UTF-8.
+bool isUtf8(std::string_view text);
+
 // ASCII statements. A structure text keeps every character but the line
 // feed, written as backslash and 'n'.
 std::string escapeAsciiStructureText(const std::string& text);

@@ -445,7 +445,7 @@ SceneFile::~SceneFile() { ::close(fDescriptor); }
 std::unique_ptr<SceneFile> SceneFile::open(const std::string& fileName, eLock lock,
                                            unsigned waitMilliseconds,
                                            const std::string& openFailure, std::string& errors,
-                                           int* openFailed) {
+                                           int* openFailed, bool recover) {
   const bool exclusive = lock == eLock::kExclusive;
   int openError = 0;
   Descriptor descriptor(openLocked(fileName, exclusive, waitMilliseconds, openError, errors));
@@ -454,7 +454,7 @@ std::unique_ptr<SceneFile> SceneFile::open(const std::string& fileName, eLock lo
     if (openError != 0 && !openFailure.empty()) appendMessage(errors, openFailure);
     return nullptr;
   }
-  if (journalExists(fileName)) {
+  if (recover && journalExists(fileName)) {
     if (!exclusive) {
       // Recovering needs the file open for writing and locked alone: the
       // shared lock is given up, the file opened again and, once recovered,

@@ -77,9 +77,11 @@ class SceneFile {
   // incomplete, and refuses, naming the journal, if it is complete. openError, when given,
   // is set to the errno of an open that failed (0 otherwise); an empty
   // openFailure appends nothing then.
+  // With recover false a journal is left alone.
   static std::unique_ptr<SceneFile> open(const std::string& fileName, eLock lock,
                                          unsigned waitMilliseconds, const std::string& openFailure,
-                                         std::string& errors, int* openError = nullptr);
+                                         std::string& errors, int* openError = nullptr,
+                                         bool recover = true);
   // Takes the exclusive lock and recovers fileName; the caller's errors say
   // why when the result is kFailed.
   static eRecovery recover(const std::string& fileName, unsigned waitMilliseconds,

@@ -7,6 +7,8 @@
 //   KivoMetaSafety    failures and dry runs leave the scene's bytes alone
 //   KivoMetaExternals the external content table as JSON, remap and its dry run
 //   KivoMetaProgress  the progress line appears on a terminal only
+//   KivoMetaCheck     check finds what earlier rewrites left, repair mends it
+//                     once and for all
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -74,9 +76,9 @@ class KivoMetaTest : public ::testing::Test {
   // demo.ta and demo.tb in the test's folder.
   void makeDemo() { ASSERT_EQ(run({"demo", "."}).code, 0); }
 
-  Json json(const std::vector<std::string>& args) {
+  Json json(const std::vector<std::string>& args, int code = 0) {
     const Result result = run(args);
-    EXPECT_EQ(result.code, 0) << result.err;
+    EXPECT_EQ(result.code, code) << result.err;
     return Json::parse(result.out);
   }
 
@@ -89,6 +91,7 @@ using KivoMetaEdit = KivoMetaTest;
 using KivoMetaSafety = KivoMetaTest;
 using KivoMetaExternals = KivoMetaTest;
 using KivoMetaProgress = KivoMetaTest;
+using KivoMetaCheck = KivoMetaTest;
 
 const char* const kFormats[] = {"demo.ta", "demo.tb"};
 
@@ -121,7 +124,8 @@ TEST_F(KivoMetaUsage, RefusesBadArgumentsWithCodeTwo) {
 TEST_F(KivoMetaUsage, HelpAndVersionSucceed) {
   const Result help = run({"--help"});
   EXPECT_EQ(help.code, 0);
-  for (const char* command : {"list", "show", "export", "import", "remove", "externals", "demo"}) {
+  for (const char* command : {"list", "show", "export", "import", "remove", "externals", "check",
+                              "repair", "recover", "demo"}) {
     EXPECT_NE(help.out.find(command), std::string::npos) << command;
   }
   EXPECT_EQ(run({"externals", "remap", "--help"}).code, 0);
@@ -346,6 +350,50 @@ TEST_F(KivoMetaProgress, ShowsDoneAndTotalOnATerminalOnly) {
   const std::string screen = readBytes(fDir / "terminal");
   EXPECT_NE(screen.find("[0/4] demo.ta"), std::string::npos) << screen;
   EXPECT_NE(screen.find("[3/4] demo.tb"), std::string::npos) << screen;
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(KivoMetaCheck, RepairMendsWhatCheckFindsOnceAndForAll) {
+  makeDemo();
+  EXPECT_EQ(run({"check", "demo.ta", "demo.tb"}).out, "demo.ta: ok\ndemo.tb: ok\n");
+  // What literal rewrites leave: a stray target line, and an old statement
+  // for a node behind the new section.
+  std::string text = readBytes(fDir / "demo.ta");
+  const size_t first = text.find("applyMetadata");
+  const size_t cube = text.find("\t\tpCubeShape1;\n") + 15;
+  const size_t trailer = text.find("// End of");
+  text.insert(trailer, "\t\tpOld;\n" + text.substr(first, cube - first));
+  writeBytes(fDir / "demo.ta", text);
+  const Json found = json({"check", "--json", "demo.ta"}, 1);
+  EXPECT_FALSE(found["files"][0]["ok"].get<bool>());
+  EXPECT_EQ(found["files"][0]["findings"].size(), 2u);
+  EXPECT_EQ(run({"repair", "--dry-run", "demo.ta"}).code, 0);
+  EXPECT_EQ(readBytes(fDir / "demo.ta"), text);
+  const Result repaired = run({"repair", "demo.ta"});
+  EXPECT_EQ(repaired.code, 0) << repaired.err;
+  EXPECT_EQ(repaired.out.rfind("demo.ta: mended 2 problems\n", 0), 0u) << repaired.out;
+  EXPECT_EQ(run({"check", "demo.ta"}).code, 0);
+  const std::string once = readBytes(fDir / "demo.ta");
+  EXPECT_EQ(run({"repair", "demo.ta"}).out, "demo.ta: nothing to repair\n");
+  EXPECT_EQ(readBytes(fDir / "demo.ta"), once);
+  EXPECT_EQ(run({"recover", "demo.ta"}).out, "demo.ta: nothing to recover\n");
+}
+
+TEST_F(KivoMetaEdit, UnderTheCLocaleUtf8TextStillConverts) {
+  makeDemo();
+  const std::string text =
+      "channel\nname face\nstream\nname material\nindexType numeric\nstructure faceMaterial\n"
+      "0\n\"tuile \xc3\xa9maill\xc3\xa9\x65\" 3 2000\nendStream\nendChannel\nendAssociations\n";
+  writeBytes(fDir / "in.txt", text);
+  ::setenv("LC_ALL", "C", 1);
+  const Result imported = run({"import", "demo.tb", "--node", "pU", "in.txt"});
+  const Result shown = run({"show", "demo.tb", "--node", "pU"});
+  ::unsetenv("LC_ALL");
+  EXPECT_EQ(imported.code, 0) << imported.err;
+  EXPECT_EQ(shown.out, text) << shown.err;
 }
 
 }  // namespace

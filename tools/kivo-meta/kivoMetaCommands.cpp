@@ -5,6 +5,7 @@
 
 #include "kivoMetaOutput.h"
 
+#include <algorithm>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -282,6 +283,106 @@ int listExternals(const std::vector<std::string>& files, bool json) {
     }
   }
   if (json) reporter.output(jsonText({{"files", documents}}));
+  return reporter.exitCode();
+}
+
+namespace {
+
+using Finding = Data::AccessorTarn::Finding;
+
+bool anyProblem(const std::vector<Finding>& findings) {
+  return std::any_of(findings.begin(), findings.end(),
+                     [](const Finding& finding) { return finding.problem; });
+}
+
+std::string findingsText(const std::vector<Finding>& findings) {
+  std::string text;
+  for (const Finding& finding : findings) {
+    text += "  " + std::string(finding.problem ? "problem" : "note") +
+            (finding.line > 0 ? ", line " + std::to_string(finding.line) : std::string()) + ": " +
+            printable(finding.message) + " [" + finding.kind + "]\n";
+  }
+  return text;
+}
+
+// The findings of one file; throws Failure when the check cannot run.
+std::vector<Finding> findingsOf(const std::string& file) {
+  std::vector<Finding> findings;
+  std::string errors;
+  if (!Data::AccessorTarn::checkFile(file, findings, errors))
+    throw Failure(messagesOr(errors, "The file could not be checked."));
+  return findings;
+}
+
+std::string countText(size_t count, const char* what) {
+  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+}  // namespace
+
+int checkFiles(const std::vector<std::string>& files, bool json) {
+  Reporter reporter(files.size());
+  Json documents = Json::array();
+  for (const std::string& file : files) {
+    reporter.starting(file);
+    try {
+      const std::vector<Finding> findings = findingsOf(file);
+      const bool problems = anyProblem(findings);
+      if (problems) reporter.markFailed();
+      if (json) {
+        Json list = Json::array();
+        for (const Finding& finding : findings) {
+          list.push_back({{"kind", finding.kind},
+                          {"problem", finding.problem},
+                          {"line", finding.line},
+                          {"message", finding.message}});
+        }
+        documents.push_back({{"file", file}, {"ok", !problems}, {"findings", list}});
+      } else {
+        const size_t problemCount = static_cast<size_t>(std::count_if(
+            findings.begin(), findings.end(), [](const Finding& f) { return f.problem; }));
+        reporter.output(printable(file) + ": " +
+                        (problemCount > 0 ? countText(problemCount, "problem") : "ok") +
+                        (findings.size() > problemCount
+                             ? ", " + countText(findings.size() - problemCount, "note")
+                             : std::string()) +
+                        "\n" + findingsText(findings));
+      }
+    } catch (const std::exception& failure) {
+      reporter.failure(file, failure.what());
+      if (json) documents.push_back(failureJson(file, failure.what()));
+    }
+  }
+  if (json) reporter.output(jsonText({{"files", documents}}));
+  return reporter.exitCode();
+}
+
+int repairFiles(const std::vector<std::string>& files, bool dryRun) {
+  Reporter reporter(files.size());
+  for (const std::string& file : files) {
+    reporter.starting(file);
+    try {
+      const std::vector<Finding> before = findingsOf(file);
+      if (!anyProblem(before)) {
+        reporter.output(printable(file) + ": nothing to repair\n");
+        continue;
+      }
+      // The read recovers an unfinished rewrite; the clean write then keeps
+      // exactly what the reader sees, once per target.
+      if (!dryRun) writeScene(*readScene(file, true));  // the lock goes with the accessor
+      const std::vector<Finding> after = dryRun ? before : findingsOf(file);
+      if (!dryRun && anyProblem(after)) {
+        throw Failure("The file was rewritten, but problems remain:\n" + findingsText(after));
+      }
+      const size_t mended = static_cast<size_t>(std::count_if(
+          before.begin(), before.end(), [](const Finding& f) { return f.problem; }));
+      reporter.output(printable(file) + (dryRun ? ": would mend " : ": mended ") +
+                      countText(mended, "problem") + (dryRun ? " (dry run)\n" : "\n") +
+                      findingsText(before));
+    } catch (const std::exception& failure) {
+      reporter.failure(file, failure.what());
+    }
+  }
   return reporter.exitCode();
 }
 

@@ -45,6 +45,12 @@ int listExternals(const std::vector<std::string>& files, bool json);
 int remapExternals(const std::vector<std::string>& files, const std::string& from,
                    const std::string& to, bool dryRun);
 
+// What each file's metadata holds that a user should know of (problems and
+// notes), as text or one JSON document; exit 1 when any file has a problem.
+int checkFiles(const std::vector<std::string>& files, bool json);
+// Rewrites each file that has problems cleanly with the metadata the reader
+// sees, and checks it again.
+int repairFiles(const std::vector<std::string>& files, bool dryRun);
 // Finishes what an interrupted rewrite left beside each file: rolls the file
 // back from a complete journal, removes an incomplete one.
 int recoverFiles(const std::vector<std::string>& files);

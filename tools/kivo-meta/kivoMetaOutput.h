@@ -60,6 +60,8 @@ class Reporter {
   void starting(const std::string& file);
   void output(const std::string& text);
   void failure(const std::string& file, const std::string& text);
+  // Makes the exit code 1 without a message (a check that found problems).
+  void markFailed() { fFailed = true; }
   // 1 when any failure was reported, else 0: the process exit code.
   int exitCode() const { return fFailed ? 1 : 0; }
 

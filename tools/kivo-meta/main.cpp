@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include <clocale>
+#include <cstdlib>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -20,7 +21,11 @@ constexpr int kUsageError = 2;
 constexpr char kDescription[] =
     "Reads and edits the metadata of \"ta\" (ASCII) and \"tb\" (binary) scene files\n"
     "without loading the scene: structures, the associations of nodes and of the\n"
-    "scene, and the scene's external content table.";
+    "scene, and the scene's external content table.\n\n"
+    "Text converts between the UTF-8 of binary scenes and the locale's character set;\n"
+    "under the C or POSIX locale the tool uses C.UTF-8.\n\n"
+    "Exit codes: 0 when every file succeeded, 1 when any failed (or, for check, has a\n"
+    "problem), 2 for a usage error.";
 
 // --node NAME or --scene, as one choice.
 struct TargetOptions {
@@ -66,8 +71,11 @@ CLI::Validator nodeNameValidator() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Text in binary scenes converts between UTF-8 and the user's locale.
+  // Text in binary scenes converts between UTF-8 and the user's locale; a
+  // locale without multibyte characters (C, POSIX: cron, containers) could
+  // convert none but ASCII, so the tool uses C.UTF-8 then.
   std::setlocale(LC_ALL, "");
+  if (MB_CUR_MAX == 1) std::setlocale(LC_CTYPE, "C.UTF-8");
 
   CLI::App app(kDescription, "kivo-meta");
   app.set_version_flag("--version", std::string("kivo-meta ") + kivo::kVersionString);
@@ -141,6 +149,20 @@ int main(int argc, char** argv) {
   remap->add_option("--to", to, "Its replacement")->type_name("PREFIX")->required();
   remap->add_flag("--dry-run", dryRun, "Report what would change, change nothing");
 
+  CLI::App* check = app.add_subcommand(
+      "check",
+      "Per file: leftover, duplicate or unreadable metadata statements, stray lines, "
+      "undeclared or unused structures, non-UTF-8 text, a missing trailer, an unfinished "
+      "rewrite; exit 1 when any file has a problem");
+  check->add_option("FILE", files, "Scene files")->required();
+  check->add_flag("--json", json, "One JSON document for scripts");
+
+  CLI::App* repair = app.add_subcommand(
+      "repair", "Rewrite each file that has problems with the metadata the reader sees, once "
+                "per target");
+  repair->add_option("FILE", files, "Scene files")->required();
+  repair->add_flag("--dry-run", dryRun, "Report what would be mended, change nothing");
+
   std::vector<std::string> recoverFilesList;
   CLI::App* recover = app.add_subcommand(
       "recover",
@@ -180,6 +202,8 @@ int main(int argc, char** argv) {
   if (remap->parsed()) return remapExternals(files, from, to, dryRun);
   if (externals->parsed()) return listExternals(files, json);
   if (recover->parsed()) return recoverFiles(recoverFilesList);
+  if (check->parsed()) return checkFiles(files, json);
+  if (repair->parsed()) return repairFiles(files, dryRun);
   if (demo->parsed()) return runDemo(directory);
   return kUsageError;
 }

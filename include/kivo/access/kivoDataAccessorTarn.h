@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace kivo::Data {
 
@@ -41,8 +42,39 @@ class KIVO_EXPORT AccessorTarn {
   // messages appended to errors, otherwise.
   static bool deserializeAssociations(const std::string& format, const std::string& text,
                                       Associations& out, std::string& errors);
-  // Truncates the named file to length bytes; true on success.
+  // Truncates the named file to length bytes; true on success. The
+  // accessors do not use it for their own files: they cut a file through
+  // the descriptor they wrote it with (ftruncate), never by name.
   static bool truncateFile(const std::string& fileName, uint64_t length);
+
+  // One thing a check found in a scene file.
+  struct Finding {
+    // A keyword: "journal", "foreign-text", "no-trailer",
+    // "body-after-trailer", "bad-chunk", "stray-line", "duplicate",
+    // "bad-statement", "not-utf8", "undeclared-structure", "chunk-order"
+    // (problems); "unused-structure", "index-range" (notes).
+    std::string kind;
+    // One sentence that says what and where.
+    std::string message;
+    // "ta": the line it stands on (the first of several); 0 when none.
+    uint64_t line = 0;
+    // A problem a user should mend (kivo-meta repair does, where it can);
+    // false for a note.
+    bool problem = true;
+  };
+  // Looks at the metadata of a "ta" or "tb" file as it lies, statement by
+  // statement or chunk by chunk, without changing the file (an unfinished
+  // rewrite's journal is reported, not recovered), and appends what it
+  // finds to findings: problems of the layout, text in the section that is
+  // no metadata, several statements for one target or structure (and which
+  // one the reader keeps), statements that do not read (with the reader's
+  // messages), metadata that is not UTF-8, streams naming structures the
+  // file does not declare, associations chunks before the first structure
+  // chunk; and, as notes, structures no stream uses and numeric streams
+  // whose dense copy would be far larger than their elements. False,
+  // with messages, when the file cannot be read that far.
+  static bool checkFile(const std::string& fileName, std::vector<Finding>& findings,
+                        std::string& errors);
 
   // The words of ASCII scene files: header and trailer prefixes, the two
   // metadata commands and their flags, and the commands of the scene body
