@@ -62,23 +62,6 @@ void unrefAll(const Accessor::StructureSet& structures) {
   for (const Structure* structure : structures) structure->unref();
 }
 
-// Empties the process registry for the duration of a read and, however the
-// read ends, deletes what the read registered (structures the accessor kept
-// survive through its references) and puts the saved content back.
-class IsolatedRegistry {
- public:
-  IsolatedRegistry() { fSaved.swap(Structure::allStructures()); }
-  ~IsolatedRegistry() {
-    Structure::deleteAllStructures();
-    Structure::allStructures().swap(fSaved);
-  }
-  IsolatedRegistry(const IsolatedRegistry&) = delete;
-  IsolatedRegistry& operator=(const IsolatedRegistry&) = delete;
-
- private:
-  Structure::StructureSet fSaved;
-};
-
 }  // namespace
 
 struct Accessor::State {
@@ -154,7 +137,7 @@ std::unique_ptr<Accessor> Accessor::readFile(const std::string& fileName, std::s
 
 bool Accessor::read(const std::string& fileName, const std::set<std::string>* structureNames,
                     const std::set<std::string>* associationsNames, std::string& errors) {
-  IsolatedRegistry isolated;
+  Detail::IsolatedRegistry isolated;
   State& state = *fState;
   // The structures of an earlier read stay alive: pointers to them may have
   // been handed out. Their references move to the retired list.

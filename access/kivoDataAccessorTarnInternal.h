@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include <kivo/data/kivoDataStructure.h>
+
 namespace kivo::Data {
 class Associations;
 class Structure;
@@ -67,6 +69,23 @@ std::unique_ptr<Data::Structure> readStructurePayload(const std::string& format,
 // lies.
 bool readAssociationsPayload(const std::string& format, std::string_view text,
                              Data::Associations& out, std::string& errors);
+
+// Empties the process registry for the duration of a read and, however the
+// read ends, deletes what the read registered (structures the accessor kept
+// survive through its references) and puts the saved content back.
+class IsolatedRegistry {
+ public:
+  IsolatedRegistry() { fSaved.swap(Data::Structure::allStructures()); }
+  ~IsolatedRegistry() {
+    Data::Structure::deleteAllStructures();
+    Data::Structure::allStructures().swap(fSaved);
+  }
+  IsolatedRegistry(const IsolatedRegistry&) = delete;
+  IsolatedRegistry& operator=(const IsolatedRegistry&) = delete;
+
+ private:
+  Data::Structure::StructureSet fSaved;
+};
 
 // The names a read still wants: all of them when no set was given, else a
 // copy of the given set from which every name found is erased.

@@ -77,22 +77,6 @@ std::map<int64_t, uint64_t> lineNumbers(const std::string& fileName,
   return lines;
 }
 
-// The process registry emptied while entries are read alone, as a read
-// empties it; what they registered is deleted after.
-class Isolated {
- public:
-  Isolated() { fSaved.swap(Structure::allStructures()); }
-  ~Isolated() {
-    Structure::deleteAllStructures();
-    Structure::allStructures().swap(fSaved);
-  }
-  Isolated(const Isolated&) = delete;
-  Isolated& operator=(const Isolated&) = delete;
-
- private:
-  Structure::StructureSet fSaved;
-};
-
 std::string structureText(const Structure& structure) {
   std::ostringstream out;
   if (const StructureSerializer* raw = StructureSerializer::formatByName("raw"))
@@ -207,7 +191,8 @@ bool AccessorTarn::checkFile(const std::string& fileName, std::vector<Finding>& 
     }
   }
 
-  Isolated isolated;
+  // Entries are read alone in an emptied registry, as a read reads them.
+  Detail::IsolatedRegistry isolated;
   std::map<std::string, std::vector<std::pair<uint64_t, std::string>>> structures, targets;
   std::set<std::string> referenced;
   const bool anyStructure =
