@@ -339,6 +339,37 @@ TEST_F(KivoMetaExternals, ListsAndRemapsTheResolvedPaths) {
   EXPECT_EQ(many.out.substr(0, many.out.find('\n')), "demo.ta: 2 of 3 resolved paths remapped");
 }
 
+TEST_F(KivoMetaExternals, RemapMatchesOnPathBoundariesAndWarnsOnUnevenSlashes) {
+  makeDemo();
+  struct Case {
+    std::vector<std::string> args;  // after the file
+    const char* firstLine;
+    const char* firstChange;  // "" when none
+    const char* warning;      // "" when none
+  };
+  const Case cases[] = {
+      {{"--from", "/projects/dem", "--to", "/X"}, "0 of 3 resolved paths", "", ""},
+      {{"--from", "/projects/demo", "--to", "/X"}, "2 of 3 resolved paths",
+       "/projects/demo/textures/brick.png -> /X/textures/brick.png", ""},
+      {{"--from", "/projects/demo/", "--to", "/mnt/x"}, "2 of 3 resolved paths",
+       "/projects/demo/textures/brick.png -> /mnt/xtextures/brick.png",
+       "kivo-meta: warning: --from ends with '/' and --to does not"},
+      {{"--from", "$PROJECT", "--to", "$SITE", "--upath"}, "2 of 6 paths",
+       "$PROJECT/textures/brick.png -> $SITE/textures/brick.png", ""},
+  };
+  for (const Case& c : cases) {
+    std::vector<std::string> args = {"externals", "remap", "demo.ta", "--dry-run"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    SCOPED_TRACE(commandLine(args));
+    const Result result = run(args);
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(result.out.rfind(std::string("demo.ta: ") + c.firstLine, 0), 0u) << result.out;
+    EXPECT_NE(result.out.find(c.firstChange), std::string::npos) << result.out;
+    EXPECT_EQ(result.err.rfind(c.warning, 0), 0u) << result.err;
+    EXPECT_EQ(result.err.empty(), *c.warning == '\0') << result.err;
+  }
+}
+
 TEST_F(KivoMetaProgress, ShowsDoneAndTotalOnATerminalOnly) {
   if (std::system("command -v script >/dev/null 2>&1") != 0) GTEST_SKIP() << "no script(1)";
   makeDemo();

@@ -123,9 +123,21 @@ std::string remapLine(const std::string& node, const std::string& key, const std
          printable(to) + "\n";
 }
 
-// Remaps one file's table; returns the report text.
+// The path with from replaced by to, when path starts with from on a path
+// boundary: from ends with '/', or the path ends or goes on with '/' right
+// after it ("/projects/dem" does not match "/projects/demo/x").
+bool remapped(const std::string& path, const std::string& from, const std::string& to,
+              std::string& out) {
+  if (path.compare(0, from.size(), from) != 0) return false;
+  if (from.back() != '/' && path.size() > from.size() && path[from.size()] != '/') return false;
+  out = to + path.substr(from.size());
+  return out != path;
+}
+
+// Remaps one file's table (the resolved paths, and with upath the unresolved
+// ones too); returns the report text.
 std::string remapFile(const std::string& file, const std::string& from, const std::string& to,
-                      bool dryRun) {
+                      bool upath, bool dryRun) {
   std::unique_ptr<Accessor> scene = readScene(file, !dryRun);
   std::string lines;
   unsigned int total = 0;
@@ -136,17 +148,25 @@ std::string remapFile(const std::string& file, const std::string& from, const st
       ExternalContent::getEntry(*it, entry.node, entry.key, entry.upath, entry.rpath,
                                 entry.roles);
       ++total;
-      if (entry.rpath.compare(0, from.size(), from) != 0) continue;
-      const std::string path = to + entry.rpath.substr(from.size());
-      if (path == entry.rpath) continue;
-      ExternalContent::updateEntry(*it, path);
-      lines += remapLine(entry.node, entry.key, entry.rpath, path);
-      ++changed;
+      std::string path;
+      if (remapped(entry.rpath, from, to, path)) {
+        ExternalContent::updateEntry(*it, path);
+        lines += remapLine(entry.node, entry.key, entry.rpath, path);
+        ++changed;
+      }
+      if (upath && remapped(entry.upath, from, to, path)) {
+        (*it).setPositionByMemberName(ExternalContent::getUnresolvedPathMemberName().c_str());
+        std::string ignored;
+        (*it).fromStr(path, 0, ignored);
+        lines += remapLine(entry.node, entry.key, entry.upath, path);
+        ++changed;
+      }
     }
   }
   if (changed > 0 && !dryRun) writeScene(*scene);
-  return printable(file) + ": " + std::to_string(changed) + " of " + std::to_string(total) +
-         (total == 1 ? " resolved path " : " resolved paths ") +
+  const char* paths = upath ? " paths " : (total == 1 ? " resolved path " : " resolved paths ");
+  return printable(file) + ": " + std::to_string(changed) + " of " +
+         std::to_string(upath ? 2 * total : total) + paths +
          (dryRun ? "would be remapped (dry run)" : "remapped") + "\n" + lines;
 }
 
@@ -413,12 +433,18 @@ int recoverFiles(const std::vector<std::string>& files) {
 }
 
 int remapExternals(const std::vector<std::string>& files, const std::string& from,
-                   const std::string& to, bool dryRun) {
+                   const std::string& to, bool upath, bool dryRun) {
   Reporter reporter(files.size());
+  if ((from.back() == '/') != (!to.empty() && to.back() == '/')) {
+    std::cerr << "kivo-meta: warning: --from " << (from.back() == '/' ? "ends" : "does not end")
+              << " with '/' and --to " << (from.back() == '/' ? "does not" : "does")
+              << "; paths will be joined as given (\"" << from << "x\" becomes \"" << to
+              << "x\")." << std::endl;
+  }
   for (const std::string& file : files) {
     reporter.starting(file);
     try {
-      reporter.output(remapFile(file, from, to, dryRun));
+      reporter.output(remapFile(file, from, to, upath, dryRun));
     } catch (const std::exception& failure) {
       reporter.failure(file, failure.what());
     }

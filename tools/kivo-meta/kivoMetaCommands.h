@@ -40,10 +40,12 @@ int removeAssociations(const std::string& file, const Target& target, bool dryRu
 // The external content table of each file, as text or as one JSON document.
 int listExternals(const std::vector<std::string>& files, bool json);
 
-// Rewrites every resolved path that starts with from so that it starts with
-// to instead, file by file; a file with nothing to change is not written.
+// Rewrites every resolved path (with upath, every unresolved one too) that
+// starts with from on a path boundary so that it starts with to instead,
+// file by file; a file with nothing to change is not written. Warns when
+// one prefix ends with '/' and the other does not.
 int remapExternals(const std::vector<std::string>& files, const std::string& from,
-                   const std::string& to, bool dryRun);
+                   const std::string& to, bool upath, bool dryRun);
 
 // What each file's metadata holds that a user should know of (problems and
 // notes), as text or one JSON document; exit 1 when any file has a problem.

@@ -138,7 +138,9 @@ int main(int argc, char** argv) {
   std::string from;
   std::string to;
   CLI::App* remap = externals->add_subcommand(
-      "remap", "Rewrite the resolved paths that start with one prefix to start with another");
+      "remap",
+      "Rewrite the resolved paths that start with one prefix (on a path boundary) to start "
+      "with another");
   remap->add_option("FILE", files, "Scene files")->required();
   remap->add_option("--from", from, "The prefix to replace")
       ->type_name("PREFIX")
@@ -147,6 +149,8 @@ int main(int argc, char** argv) {
         return text.empty() ? std::string("must not be empty") : std::string();
       }, ""));
   remap->add_option("--to", to, "Its replacement")->type_name("PREFIX")->required();
+  bool upath = false;
+  remap->add_flag("--upath", upath, "Remap the unresolved paths (upath) too");
   remap->add_flag("--dry-run", dryRun, "Report what would change, change nothing");
 
   CLI::App* check = app.add_subcommand(
@@ -199,7 +203,7 @@ int main(int argc, char** argv) {
     return importAssociations(file, *importTarget.chosen(), input, structuresFile, dryRun);
   }
   if (remove->parsed()) return removeAssociations(file, *removeTarget.chosen(), dryRun);
-  if (remap->parsed()) return remapExternals(files, from, to, dryRun);
+  if (remap->parsed()) return remapExternals(files, from, to, upath, dryRun);
   if (externals->parsed()) return listExternals(files, json);
   if (recover->parsed()) return recoverFiles(recoverFilesList);
   if (check->parsed()) return checkFiles(files, json);
