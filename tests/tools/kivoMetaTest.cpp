@@ -171,14 +171,24 @@ TEST_F(KivoMetaList, ContinuesPastBadFilesAndNamesThem) {
   writeBytes(fDir / "old.ta", "//Tarn ASCII 2013 scene\nselect -ne :time1;\n// End of old.ta\n");
   writeBytes(fDir / "text.tb", "not a binary scene, just some text\n");
   writeBytes(fDir / "scene.abc", "");
-  const Result result =
-      run({"list", "old.ta", "demo.ta", "text.tb", "missing.ta", "scene.abc", "demo.tb"});
+  writeBytes(fDir / "empty.tb", "");
+  writeBytes(fDir / "cut.ta", readBytes(fDir / "demo.ta").substr(0, 600));
+  writeBytes(fDir / "cut.tb", readBytes(fDir / "demo.tb").substr(0, 600));
+  fs::create_directories(fDir / "folder.ta");
+  const Result result = run({"list", "old.ta", "demo.ta", "text.tb", "missing.ta", "scene.abc",
+                             "empty.tb", "cut.ta", "cut.tb", "folder.ta", "demo.tb"});
   EXPECT_EQ(result.code, 1);
   EXPECT_EQ(result.err,
             "kivo-meta: old.ta: Unsupported year.\n"
             "kivo-meta: text.tb: Not a supported file type.\n"
-            "kivo-meta: missing.ta: Could not open missing.ta\n"
-            "kivo-meta: scene.abc: No factory registered for type of file \"scene.abc\"\n");
+            "kivo-meta: missing.ta: No such file or directory.\n"
+            "kivo-meta: scene.abc: No factory registered for type of file \"scene.abc\"\n"
+            "kivo-meta: empty.tb: The file is empty.\n"
+            "kivo-meta: cut.ta: Truncated: no trailer line.\n"
+            "kivo-meta: cut.ta: Error tokenizing format/value for structure.\n"
+            "kivo-meta: cut.tb: Truncated: no trailer-size chunk.\n"
+            "kivo-meta: cut.tb: Error seeking to the end of main chunk.\n"
+            "kivo-meta: folder.ta: Is a directory.\n");
   EXPECT_EQ(result.out.rfind("demo.ta\n  structure edgeCrease: double sharpness, bool hard\n", 0),
             0u)
       << result.out;
@@ -267,7 +277,8 @@ TEST_F(KivoMetaSafety, FailuresAndDryRunsLeaveTheSceneUntouched) {
   const Case cases[] = {
       {{"import", "--node", "n", "bad.txt"}, "Unrecognized keyword 'bogus'"},
       {{"import", "--node", "n", "empty.txt"}, "holds no stream: nothing to import."},
-      {{"import", "--node", "n", "missing.txt"}, "Could not open missing.txt."},
+      {{"import", "--node", "n", "missing.txt"},
+       "The import text missing.txt: No such file or directory."},
       {{"import", "--node", "n", "good.txt", "--structures", "clash.txt"},
        "Structure faceMaterial is given with another layout than the file declares"},
       {{"import", "--node", "n", "good.txt", "--structures", "broken.txt"}, "Line 1: "},

@@ -6,6 +6,8 @@
 #include "kivoMetaOutput.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -32,16 +34,17 @@ Json failureJson(const std::string& file, const std::string& text) {
 }
 
 // The whole content of path, or of stdin for "-".
-std::string readInput(const std::string& path) {
+std::string readInput(const std::string& path, const std::string& what) {
   if (path == "-") {
     return std::string(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
   }
   std::error_code error;
-  if (std::filesystem::is_directory(path, error)) throw Failure(path + " is a directory.");
+  if (std::filesystem::is_directory(path, error))
+    throw Failure("The " + what + " " + path + ": Is a directory.");
   std::ifstream in(path, std::ios::binary);
-  if (!in) throw Failure("Could not open " + path + ".");
+  if (!in) throw Failure("The " + what + " " + path + ": " + std::strerror(errno) + ".");
   std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  if (in.bad()) throw Failure("Could not read " + path + ".");
+  if (in.bad()) throw Failure("The " + what + " " + path + " could not be read.");
   return text;
 }
 
@@ -242,10 +245,10 @@ int importAssociations(const std::string& file, const Target& target, const std:
   Reporter reporter(1);
   try {
     // The import text is read first: a wrong path holds no lock.
-    const std::string text = readInput(input);
+    const std::string text = readInput(input, "import text");
     std::unique_ptr<Accessor> scene = readScene(file, !dryRun);
     StructureList given;
-    if (!structuresFile.empty()) parseStructures(readInput(structuresFile), given);
+    if (!structuresFile.empty()) parseStructures(readInput(structuresFile, "structures file"), given);
     Associations associations = parseAssociations(text, knownStructures(*scene, given));
     scene->setStructures(structuresWith(*scene, associations));
     scene->associations()[target.key()] = associations;

@@ -2,6 +2,13 @@
 // kivo-meta commands.
 #include "kivoMetaScene.h"
 
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <sstream>
 #include <utility>
 
@@ -27,6 +34,33 @@ std::string messagesOr(const std::string& errors, const std::string& fallback) {
 namespace {
 
 using Data::Accessor;
+
+// Says a file read failed for being cut short: a "ta" file with its header
+// but without its trailer line in its last block, a "tb" file with its
+// main group header that does not end with the trailer-size chunk. Empty
+// otherwise.
+std::string truncation(const std::string& file) {
+  std::ifstream in(file, std::ios::binary);
+  char head[20] = {};
+  in.read(head, sizeof head);
+  const std::string start(head, static_cast<size_t>(in.gcount()));
+  in.clear();
+  in.seekg(0, std::ios::end);
+  const std::streamoff size = in.tellg();
+  const std::streamoff tail = std::min<std::streamoff>(size, 1024);
+  std::string last(static_cast<size_t>(tail < 0 ? 0 : tail), '\0');
+  if (size < 0 || !in.seekg(size - tail) || !in.read(&last[0], tail)) return "";
+  std::string extension = file.substr(file.rfind('.') + 1);
+  for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  if (extension == "ta") {
+    const bool cut = start.rfind("//Tarn ASCII", 0) == 0 && last.find("// End of") == std::string::npos;
+    return cut ? "Truncated: no trailer line." : "";
+  }
+  const bool scene = start.size() == 20 && start.compare(0, 4, "FOR8") == 0 &&
+                     start.compare(16, 4, "Tarn") == 0;
+  const bool chunk = last.size() >= 24 && last.compare(last.size() - 24, 4, "BCSZ") == 0;
+  return scene && !chunk ? "Truncated: no trailer-size chunk." : "";
+}
 using Data::Associations;
 using Data::Structure;
 
@@ -159,14 +193,22 @@ void checkNodeName(const std::string& node) {
 }
 
 std::unique_ptr<Accessor> readScene(const std::string& file, bool forWrite) {
+  struct stat status;
+  if (::stat(file.c_str(), &status) != 0) throw Failure(std::string(std::strerror(errno)) + ".");
+  if (S_ISDIR(status.st_mode)) throw Failure("Is a directory.");
   std::string errors;
   std::unique_ptr<Accessor> scene = Accessor::accessorByExtension(file);
   if (!scene) {
     throw Failure("No factory registered for type of file \"" + file + "\"");
   }
+  if (status.st_size == 0) throw Failure("The file is empty.");
   scene->setHoldForWrite(forWrite);
   scene->setCleanRewrite(true);
-  if (!scene->read(file, errors)) throw Failure(messagesOr(errors, "The file could not be read."));
+  if (!scene->read(file, errors)) {
+    const std::string cut = truncation(file);
+    throw Failure((cut.empty() ? "" : cut + "\n") +
+                  messagesOr(errors, "The file could not be read."));
+  }
   return scene;
 }
 
