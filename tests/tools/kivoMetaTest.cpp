@@ -422,6 +422,13 @@ TEST_F(KivoMetaCheck, RepairMendsWhatCheckFindsOnceAndForAll) {
   EXPECT_EQ(run({"repair", "demo.ta"}).out, "demo.ta: nothing to repair\n");
   EXPECT_EQ(readBytes(fDir / "demo.ta"), once);
   EXPECT_EQ(run({"recover", "demo.ta"}).out, "demo.ta: nothing to recover\n");
+  // Folders, walked in sorted order; --quiet prints failures only.
+  fs::create_directories(fDir / "tree" / "b");
+  fs::copy_file(fDir / "demo.tb", fDir / "tree" / "b" / "s.TB");
+  fs::copy_file(fDir / "demo.ta", fDir / "tree" / "a.ta");
+  writeBytes(fDir / "tree" / "notes.txt", "not a scene");
+  EXPECT_EQ(run({"check", "-r", "tree"}).out, "tree/a.ta: ok\ntree/b/s.TB: ok\n");
+  EXPECT_EQ(run({"-q", "repair", "-r", "tree"}).out, "");
 }
 
 TEST_F(KivoMetaEdit, UnderTheCLocaleUtf8TextStillConverts) {

@@ -194,7 +194,10 @@ void Reporter::starting(const std::string& file) {
   ++fDone;
 }
 
+bool Reporter::sQuiet = false;
+
 void Reporter::output(const std::string& text) {
+  if (sQuiet) return;
   clearProgress();
   std::cout << text << std::flush;
 }

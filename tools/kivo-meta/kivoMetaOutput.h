@@ -65,6 +65,9 @@ class Reporter {
   // 1 when any failure was reported, else 0: the process exit code.
   int exitCode() const { return fFailed ? 1 : 0; }
 
+  // With --quiet: output() prints nothing; failures are still reported.
+  static bool sQuiet;
+
   // From this many files on, a terminal gets the progress line.
   static constexpr size_t kManyFiles = 4;
 

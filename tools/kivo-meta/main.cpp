@@ -2,10 +2,14 @@
 // without loading the scene. Exit codes: 0 all files succeeded, 1 any file
 // failed, 2 usage error.
 #include "kivoMetaCommands.h"
+#include "kivoMetaOutput.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <cctype>
 #include <clocale>
+#include <filesystem>
 #include <cstdlib>
 #include <iostream>
 #include <optional>
@@ -68,6 +72,32 @@ CLI::Validator nodeNameValidator() {
       "");
 }
 
+// The files named, folders replaced (with recursive) by the ".ta" and ".tb"
+// files below them, in sorted order.
+std::vector<std::string> expanded(const std::vector<std::string>& names, bool recursive) {
+  namespace fs = std::filesystem;
+  std::vector<std::string> files;
+  for (const std::string& name : names) {
+    std::error_code error;
+    if (!recursive || !fs::is_directory(name, error)) {
+      files.push_back(name);
+      continue;
+    }
+    std::vector<std::string> found;
+    for (fs::recursive_directory_iterator it(name, error), end; !error && it != end;
+         it.increment(error)) {
+      std::string extension = it->path().extension().string();
+      for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+      if ((extension == ".ta" || extension == ".tb") && it->is_regular_file(error))
+        found.push_back(it->path().string());
+    }
+    if (error) found.push_back(name);  // reported as the folder it is
+    std::sort(found.begin(), found.end());
+    files.insert(files.end(), found.begin(), found.end());
+  }
+  return files;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -85,10 +115,19 @@ int main(int argc, char** argv) {
   std::string file;
   bool json = false;
   bool dryRun = false;
+  bool recursive = false;
+  app.add_flag("-q,--quiet", kivo::Meta::Reporter::sQuiet,
+               "Print nothing but failures (the exit code tells the rest)");
+  const auto addFiles = [&](CLI::App* command, bool required) {
+    CLI::Option* option = command->add_option("FILE", files, "Scene files, or with -r folders");
+    if (required) option->required();
+    command->add_flag("-r,--recursive", recursive,
+                      "Take the .ta and .tb files below each folder named, in sorted order");
+  };
 
   CLI::App* list = app.add_subcommand(
       "list", "Per file: its structures and the associations of its nodes and scene");
-  list->add_option("FILE", files, "Scene files")->required();
+  addFiles(list, true);
   list->add_flag("--json", json, "One JSON document for scripts");
 
   bool structures = false;
@@ -131,7 +170,7 @@ int main(int argc, char** argv) {
 
   CLI::App* externals = app.add_subcommand(
       "externals", "The external content table: node, key, upath, rpath, roles");
-  externals->add_option("FILE", files, "Scene files");
+  addFiles(externals, false);
   externals->add_flag("--json", json, "One JSON document for scripts");
   externals->require_subcommand(0, 1);
 
@@ -141,7 +180,7 @@ int main(int argc, char** argv) {
       "remap",
       "Rewrite the resolved paths that start with one prefix (on a path boundary) to start "
       "with another");
-  remap->add_option("FILE", files, "Scene files")->required();
+  addFiles(remap, true);
   remap->add_option("--from", from, "The prefix to replace")
       ->type_name("PREFIX")
       ->required()
@@ -158,13 +197,13 @@ int main(int argc, char** argv) {
       "Per file: leftover, duplicate or unreadable metadata statements, stray lines, "
       "undeclared or unused structures, non-UTF-8 text, a missing trailer, an unfinished "
       "rewrite; exit 1 when any file has a problem");
-  check->add_option("FILE", files, "Scene files")->required();
+  addFiles(check, true);
   check->add_flag("--json", json, "One JSON document for scripts");
 
   CLI::App* repair = app.add_subcommand(
       "repair", "Rewrite each file that has problems with the metadata the reader sees, once "
                 "per target");
-  repair->add_option("FILE", files, "Scene files")->required();
+  addFiles(repair, true);
   repair->add_flag("--dry-run", dryRun, "Report what would be mended, change nothing");
 
   std::vector<std::string> recoverFilesList;
@@ -172,6 +211,8 @@ int main(int argc, char** argv) {
       "recover",
       "Roll each file back from the journal an interrupted rewrite left (FILE.kivo-journal)");
   recover->add_option("FILE", recoverFilesList, "Scene files")->required();
+  recover->add_flag("-r,--recursive", recursive,
+                    "Take the .ta and .tb files below each folder named, in sorted order");
 
   std::string directory = ".";
   CLI::App* demo = app.add_subcommand(
@@ -196,6 +237,8 @@ int main(int argc, char** argv) {
   }
 
   using namespace kivo::Meta;
+  files = expanded(files, recursive);
+  recoverFilesList = expanded(recoverFilesList, recursive);
   if (list->parsed()) return listFiles(files, json);
   if (show->parsed()) return showFile(file, showTarget.chosen(), structures);
   if (exportCommand->parsed()) return exportAssociations(file, *exportTarget.chosen(), out);
