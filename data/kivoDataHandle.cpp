@@ -234,8 +234,8 @@ unsigned int readBoolean(std::istream& in, char* target, std::string& lines) {
 
 // Stores a fresh copy of text and frees the string it replaces.
 void storeString(char* target, const std::string& text) {
-  char* copy = Detail::copyName(text.c_str());
-  Detail::freeName(load<char*>(target));
+  char* copy = Detail::copyText(text.c_str());
+  Detail::freeText(load<char*>(target));
   store<char*>(target, copy);
 }
 

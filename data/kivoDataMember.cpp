@@ -126,7 +126,7 @@ bool Member::constructDuplicate(char* dst, const char* src) const {
   for (unsigned int i = 0; i < fLength; ++i) {
     const char* source;
     std::memcpy(&source, src + offset(this, i), sizeof source);
-    char* copy = Detail::copyName(source);
+    char* copy = Detail::copyText(source);
     std::memcpy(dst + offset(this, i), &copy, sizeof copy);
   }
   return true;
@@ -138,7 +138,7 @@ bool Member::destroy(char* block) const {
   for (unsigned int i = 0; i < fLength; ++i) {
     char* text;
     std::memcpy(&text, block + offset(this, i), sizeof text);
-    Detail::freeName(text);
+    Detail::freeText(text);
     text = nullptr;
     std::memcpy(block + offset(this, i), &text, sizeof text);
   }

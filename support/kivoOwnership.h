@@ -1,8 +1,10 @@
-// Internal: single owners for names, references and element blocks.
+// Internal: single owners for names, string values, references and element
+// blocks.
 #pragma once
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace kivo::Detail {
@@ -18,6 +20,28 @@ inline char* copyName(const char* name) {
 }
 
 inline void freeName(char* name) { delete[] name; }
+
+// The pair for string values inside element blocks: the C allocator, the
+// same as strdup()/free(), so that callers storing their own strdup()ed text
+// through Handle::asString() and releasing a stored value with free() meet
+// the allocator the library uses. Null stays null; running out of memory
+// throws std::bad_alloc, as operator new would.
+inline char* newText(size_t length) {  // room for length characters and the end
+  char* text = static_cast<char*>(std::malloc(length + 1));
+  if (!text) throw std::bad_alloc();
+  text[length] = '\0';
+  return text;
+}
+
+inline char* copyText(const char* text) {
+  if (!text) return nullptr;
+  const size_t length = std::strlen(text);
+  char* copy = newText(length);
+  std::memcpy(copy, text, length);
+  return copy;
+}
+
+inline void freeText(char* text) { std::free(text); }
 
 // One reference on an object that is already shared: ref() on construction,
 // unref() on destruction. A just-created object (count 0) stays in a

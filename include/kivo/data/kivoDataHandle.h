@@ -76,7 +76,10 @@ class KIVO_EXPORT Handle : public StructureIterator {
   // The first value of the current member inside the block; null without
   // data, at the end, or when type is not the member's type. Never converts
   // and never throws. The typed forms point at dataLength() values (sixteen
-  // per value for the matrices); string pointers stay owned by the block.
+  // per value for the matrices). String pointers are owned by the block,
+  // allocated like strdup() and released with free(): a caller may free()
+  // a value and store its own strdup()ed text (or null) in its place, which
+  // the block then owns.
   void* asType(Member::eDataType type) const;
   bool* asBoolean() const;
   double* asDouble() const;

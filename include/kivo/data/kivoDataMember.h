@@ -75,10 +75,11 @@ class KIVO_EXPORT Member {
   // Writes all-zero defaults into every value of the field. Returns true.
   bool fillWithDefault(char* block) const;
   // For strings, stores fresh copies of src's strings in dst (the caller has
-  // already copied the block bytewise). Returns true.
+  // already copied the block bytewise). String values are always made like
+  // strdup() (malloc) and released with free(). Returns true.
   bool constructDuplicate(char* dst, const char* src) const;
-  // For strings, frees each string and nulls its pointer. False only for a
-  // type above 13.
+  // For strings, frees each string with free() and nulls its pointer. False
+  // only for a type above 13.
   bool destroy(char* block) const;
   // True when every value equals its default. NaN is not default, -0.0 is;
   // an allocated "" string is not. False for a null block.
