@@ -266,6 +266,9 @@ class StreamReader {
       // Once an error is counted the stream will be discarded: its elements
       // are no longer stored, so bad text cannot make it grow.
       if (fCount != 0) continue;
+      // Whichever way the line was read, the element is stored on its first
+      // member.
+      handle.setPositionByMemberIndex(0);
       // Not counted: the stream is still returned, without this element.
       if (!stream.setElement(index, handle)) fMessages += couldNotAdd(index);
     }

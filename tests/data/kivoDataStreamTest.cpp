@@ -105,13 +105,16 @@ TEST(StreamMapped, StoresIndependentDeepCopies) {
   EXPECT_EQ(textOf(stream.element(3)), "changed");
   EXPECT_EQ(textOf(stream.element(4)), "first");
   EXPECT_EQ(textOf(source), "first");
-  // The stored element does not keep the caller's member position.
+  // The stored handle takes the caller's member position; element() is a copy of it.
   source.setPositionByMemberName("s");
   stream.setElement(7, source);
-  EXPECT_EQ(stream.element(7).index(), 0u);
-  // Storing an element onto itself keeps it.
-  EXPECT_TRUE(stream.setElement(3, stream.element(3)));
-  EXPECT_EQ(textOf(stream.element(3)), "changed");
+  EXPECT_EQ(stream.element(7).index(), 1u);
+  EXPECT_EQ(stream.element(7).str(0), "first");
+  // Storing an element onto itself keeps it, at the new position.
+  Handle self = stream.element(3);
+  self.setPositionByMemberName("s");
+  EXPECT_TRUE(stream.setElement(3, self));
+  EXPECT_EQ(stream.element(3).str(0), "changed");
   // Another structure object, even an equal one, is refused.
   StructureRef other = labelled();
   EXPECT_FALSE(stream.setElement(5, element(*other, 5)));

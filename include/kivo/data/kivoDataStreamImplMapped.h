@@ -40,11 +40,14 @@ class KIVO_EXPORT StreamImplMapped : public StreamImpl {
   StreamIterator cend() const override { return end(); }
   // The number of entries.
   unsigned int elementCount() const override;
-  // Stores a deep copy of handle's element (the default element for a handle
-  // without data); false only when handle is on another structure object.
+  // Assigns handle to the stored handle (Handle::operator=: structure,
+  // member position, data), then gives the stored one a private deep copy.
+  // A handle without data stores the default element at handle's position,
+  // where the design would copy a missing block. False only when handle is
+  // on another structure object.
   bool setElement(const Index& index, const Handle& handle) override;
-  // A handle viewing the stored element, on its first member; one without
-  // data when absent.
+  // A copy of the stored handle (viewing the stored element, at the stored
+  // member position); one without data when absent.
   Handle element(const Index& index) const override;
   bool hasElement(const Index& index) const override;
   // False when from is absent; (i, i) is true and changes nothing;
