@@ -2,6 +2,8 @@
 // blocks.
 #pragma once
 
+#include <kivo/support/kivoRef.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -43,34 +45,10 @@ inline char* copyText(const char* text) {
 
 inline void freeText(char* text) { std::free(text); }
 
-// One reference on an object that is already shared: ref() on construction,
-// unref() on destruction. A just-created object (count 0) stays in a
-// std::unique_ptr until it is handed on, since a ref()/unref() pair would
-// delete it.
+// The public holder of one reference (kivo/support/kivoRef.h), under the
+// name the library's sources use.
 template <class T>
-class Ref {
- public:
-  Ref() = default;
-  explicit Ref(T* object) : fObject(object) {
-    if (fObject) fObject->ref();
-  }
-  Ref(const Ref& other) : Ref(other.fObject) {}
-  Ref(Ref&& other) noexcept : fObject(std::exchange(other.fObject, nullptr)) {}
-  Ref& operator=(Ref other) noexcept {
-    std::swap(fObject, other.fObject);
-    return *this;
-  }
-  ~Ref() {
-    if (fObject) fObject->unref();
-  }
-  T* get() const { return fObject; }
-  T* operator->() const { return fObject; }
-  T& operator*() const { return *fObject; }
-  explicit operator bool() const { return fObject != nullptr; }
-
- private:
-  T* fObject = nullptr;
-};
+using Ref = kivo::Ref<T>;
 
 // One element block, destroyed through its structure (which frees the
 // strings inside) and then freed, unless released. S is the structure type.

@@ -10,6 +10,7 @@
 #include <kivo/support/kivoDebugFootprint.h>
 #include <kivo/support/kivoDebugPrint.h>
 #include <kivo/support/kivoRefCounted.h>
+#include <kivo/support/kivoRef.h>
 
 #include <kivo/data/kivoDataMember.h>
 #include <kivo/data/kivoDataIterLocation.h>

@@ -36,7 +36,7 @@ class KIVO_EXPORT Structure : public RefCounted, public Checkpointed {
   static constexpr uint64_t kMaxElementSize = uint64_t(64) << 20;
 
   // A new heap structure named "structure", no members, count 0: the caller
-  // takes the references.
+  // takes the references (a kivo::Ref holds one).
   static Structure* create();
   // Named "structure" (or name; null also gives "structure"), no members.
   Structure();
