@@ -29,6 +29,7 @@
 #include <kivo/data/kivoDataStreamImplDense.h>
 #include <kivo/data/kivoDataStreamImplMapped.h>
 #include <kivo/data/kivoDataStream.h>
+#include <kivo/data/kivoDataDenseStreamView.h>
 #include <kivo/data/kivoDataChannelImpl.h>
 #include <kivo/data/kivoDataChannelIterator.h>
 #include <kivo/data/kivoDataChannel.h>
