@@ -38,7 +38,9 @@ class KIVO_EXPORT Handle : public StructureIterator {
   // On the first member of structure, viewing the caller's block.
   Handle(const Structure& structure, void* data);
   // Releases any block this handle owns, then views other's block (never
-  // owning it) on other's structure and member.
+  // owning it) on other's structure and member. Assigning a handle that views
+  // the very block this one owns keeps it owned here, rather than freeing
+  // the block both would then point at.
   Handle(const Handle& other);
   Handle& operator=(const Handle& other);
   // Releases an owned block (strings freed, bytes freed).

@@ -76,8 +76,8 @@ class KIVO_EXPORT StreamImpl : public RefCounted,
   bool copyElementFromHandle(char* dest, const Handle& handle) const;
   // The number of live DenseStreamViews onto this storage. While it is not
   // 0 the element count and the storage's memory stay as they are: every
-  // call that would change or move them is refused (false), which is how
-  // a refusal for this reason is told apart.
+  // call that would change or move them is refused (false); a caller tells
+  // such a refusal from others by this count.
   unsigned int pinCount() const { return fPins.load(std::memory_order_relaxed); }
 
   using kivo::Debug::CRTP_Debug<StreamImpl, kivo::Debug::Print>::debug;

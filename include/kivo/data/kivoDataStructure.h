@@ -82,7 +82,9 @@ class KIVO_EXPORT Structure : public RefCounted, public Checkpointed {
   // Returns true (false for a null block).
   bool fillWithDefaultChunk(char* block) const;
   // A new block of defaults copied from the default block; null when there is
-  // no size. Free it with destroyChunk(), then delete[].
+  // no size. The default block keeps the size it was built with: members
+  // added since then get their defaults here rather than bytes read past its
+  // end. Free it with destroyChunk(), then delete[].
   char* allocateDefaultChunk() const;
   // Copies src into dst bytewise, then gives dst fresh copies of the strings.
   // Returns true (false for a null block).
