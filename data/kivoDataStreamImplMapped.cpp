@@ -107,14 +107,19 @@ unsigned int StreamImplMapped::elementCount() const {
   return static_cast<unsigned int>(fElements.size());
 }
 
-bool StreamImplMapped::setElement(const Index& index, const Handle& handle) {
-  if (!handle.usesStructure(structure())) return false;
-  // Elements stored in index order (readers, copies) append: one comparison
-  // with the last key instead of a search.
+// Elements stored in index order (readers, copies) append: one comparison
+// with the last key instead of a search.
+StreamImplMapped::ElementMap::iterator StreamImplMapped::placeFor(const Index& index) {
   ElementMap::iterator found = fElements.end();
   if (!fElements.empty() && !(std::prev(found)->first < index)) {
     found = fElements.lower_bound(index);
   }
+  return found;
+}
+
+bool StreamImplMapped::setElement(const Index& index, const Handle& handle) {
+  if (!handle.usesStructure(structure())) return false;
+  ElementMap::iterator found = placeFor(index);
   const bool present = found != fElements.end() && !(index < found->first);
   if (!handle.hasData()) {
     Handle defaults(structure());
@@ -131,6 +136,16 @@ bool StreamImplMapped::setElement(const Index& index, const Handle& handle) {
     found = fElements.emplace_hint(found, index, handle);
   }
   found->second.makeUnique();
+  return true;
+}
+
+bool StreamImplMapped::takeElement(const Index& index, Handle& handle) {
+  if (!handle.usesStructure(structure()) || !handle.hasData()) return setElement(index, handle);
+  handle.makeUnique();
+  ElementMap::iterator found = placeFor(index);
+  if (found == fElements.end() || index < found->first)
+    found = fElements.emplace_hint(found, index, Handle(structure(), nullptr));
+  found->second.swap(handle);
   return true;
 }
 

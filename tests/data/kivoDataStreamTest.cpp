@@ -8,6 +8,7 @@
 #include <kivo/data/kivoDataIndexString.h>
 #include <kivo/data/kivoDataStream.h>
 #include <kivo/data/kivoDataStreamImplDense.h>
+#include <kivo/data/kivoDataStreamImplMapped.h>
 #include <kivo/data/kivoDataStreamIterator.h>
 #include <kivo/data/kivoDataStreamIteratorImpl.h>
 #include <kivo/data/kivoDataStructure.h>
@@ -29,6 +30,7 @@ using kivo::Data::IndexString;
 using kivo::Data::Member;
 using kivo::Data::Stream;
 using kivo::Data::StreamImplDense;
+using kivo::Data::StreamImplMapped;
 using kivo::Data::StreamIterator;
 using kivo::Data::StreamIteratorImpl;
 using kivo::Data::Structure;
@@ -121,6 +123,24 @@ TEST(StreamMapped, StoresIndependentDeepCopies) {
   // A handle without data stores the defaults.
   EXPECT_TRUE(stream.setElement(6, stream.element(99)));
   EXPECT_TRUE(stream.element(6).isDefault());
+}
+
+TEST(StreamMapped, TakeElementMovesAnOwnedBlockAndCopiesAView) {
+  StructureRef s = labelled();
+  StreamImplMapped impl(*s, "M");
+  Handle owner = element(*s, 1, "one");
+  const char* block = owner.data();
+  EXPECT_TRUE(impl.takeElement(2, owner));
+  EXPECT_FALSE(owner.hasData());
+  EXPECT_EQ(impl.element(2).data(), block);
+  Handle again = element(*s, 3, "three");
+  EXPECT_TRUE(impl.takeElement(2, again));
+  EXPECT_EQ(again.data(), block);  // the element it replaced comes back, owned
+  EXPECT_EQ(textOf(impl.element(2)), "three");
+  Handle view = impl.element(2);
+  EXPECT_TRUE(impl.takeElement(5, view));
+  EXPECT_NE(impl.element(5).data(), impl.element(2).data());
+  EXPECT_EQ(textOf(impl.element(5)), "three");
 }
 
 TEST(StreamMapped, ComplexIndicesKeyElements) {

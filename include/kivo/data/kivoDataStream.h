@@ -136,6 +136,7 @@ class KIVO_EXPORT Stream {
 
  private:
   friend class DenseStreamView;
+  friend class StreamAccess;  // the library's own readers reach the storage
 
   // Takes a reference on impl before dropping the current one.
   void attach(StreamImpl* impl);

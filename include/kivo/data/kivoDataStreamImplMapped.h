@@ -49,6 +49,12 @@ class KIVO_EXPORT StreamImplMapped : public StreamImpl {
   // A copy of the stored handle (viewing the stored element, at the stored
   // member position); one without data when absent.
   Handle element(const Index& index) const override;
+  // Stores handle's element at index like setElement, but moves the block
+  // into place when handle owns it rather than copying it: the stored
+  // handle takes handle's structure, position, block and ownership, and
+  // handle is left with what was stored there before (no data for a new
+  // index). A handle viewing its block is copied first, as by setElement.
+  bool takeElement(const Index& index, Handle& handle);
   bool hasElement(const Index& index) const override;
   // False when from is absent; (i, i) is true and changes nothing;
   // otherwise the element replaces any at to and from is removed.
@@ -82,6 +88,9 @@ class KIVO_EXPORT StreamImplMapped : public StreamImpl {
 
  private:
   friend class StreamMappedIteratorImpl;
+
+  // Where index is or would go in the map.
+  ElementMap::iterator placeFor(const Index& index);
 
   // Deep copies of other's entries.
   void copyElements(const StreamImplMapped& other);
