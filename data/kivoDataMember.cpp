@@ -101,16 +101,6 @@ unsigned int Member::typeAlignment(eDataType type) {
   return validType(type) ? kTypes[type].alignment : 0;
 }
 
-Member::eDataType Member::type(const Member* member) {
-  return member ? member->fType : kInvalidType;
-}
-
-const char* Member::name(const Member* member) { return member ? member->fName : nullptr; }
-
-unsigned int Member::length(const Member* member) { return member ? member->fLength : 0; }
-
-uint64_t Member::offset(const Member* member) { return member ? member->fOffset : kUnplaced; }
-
 uint64_t Member::offset(const Member* member, unsigned int i) {
   return member ? member->fOffset + uint64_t(typeSize(member->fType)) * i : 0;
 }

@@ -64,10 +64,18 @@ class KIVO_EXPORT Member {
   static unsigned int typeAlignment(eDataType type);
 
   // Accessors that accept null (the result of a failed lookup).
-  static eDataType type(const Member* member);          // kInvalidType for null
-  static const char* name(const Member* member);        // null for null
-  static unsigned int length(const Member* member);     // 0 for null
-  static uint64_t offset(const Member* member);         // 4294967295 for null
+  static eDataType type(const Member* member) {  // kInvalidType for null
+    return member ? member->fType : kInvalidType;
+  }
+  static const char* name(const Member* member) {  // null for null
+    return member ? member->fName : nullptr;
+  }
+  static unsigned int length(const Member* member) {  // 0 for null
+    return member ? member->fLength : 0;
+  }
+  static uint64_t offset(const Member* member) {  // 4294967295 for null
+    return member ? member->fOffset : kUnplaced;
+  }
   // Offset of value i of the field: offset + type size * i; 0 for null. No
   // bound check on i.
   static uint64_t offset(const Member* member, unsigned int i);

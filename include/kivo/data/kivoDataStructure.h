@@ -133,6 +133,7 @@ class KIVO_EXPORT Structure : public RefCounted, public Checkpointed {
 
  private:
   friend class StructureIterator;
+  friend class Handle;  // reads the current member without a call
 
   // The names of the members once there are many, for addMember's check.
   struct MemberNames;
