@@ -42,9 +42,9 @@ class KIVO_EXPORT StreamImplMapped : public StreamImpl {
   unsigned int elementCount() const override;
   // Assigns handle to the stored handle (Handle::operator=: structure,
   // member position, data), then gives the stored one a private deep copy.
-  // A handle without data stores the default element at handle's position,
-  // where the design would copy a missing block. False only when handle is
-  // on another structure object.
+  // A handle without data has no block to copy: the default element is
+  // stored instead, at handle's position. False only when handle is on
+  // another structure object.
   bool setElement(const Index& index, const Handle& handle) override;
   // A copy of the stored handle (viewing the stored element, at the stored
   // member position); one without data when absent.
