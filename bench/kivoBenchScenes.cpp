@@ -29,7 +29,7 @@ namespace {
 constexpr uint64_t kMiB = uint64_t(1) << 20;
 constexpr uint64_t kGiB = uint64_t(1) << 30;
 // Elements of the metadata stream: about 64 KiB of raw text.
-constexpr size_t kMetadataElements = 1200;
+constexpr size_t kMetadataElements = 900;
 
 struct Scene {
   const char* label;
@@ -88,14 +88,8 @@ Data::Associations metadata() {
   const std::vector<Record>& rows = records();
   Data::Stream stream(vertexStructure(), "points");
   Data::Handle handle(vertexStructure());
-  std::string errors;
   for (size_t i = 0; i < rows.size() && i < kMetadataElements; ++i) {
-    handle.setPositionByMemberIndex(0);
-    *handle.asInt32() = rows[i].id;
-    handle.setPositionByMemberIndex(1);
-    for (int k = 0; k < 3; ++k) handle.asFloat()[k] = rows[i].origin[k];
-    handle.setPositionByMemberIndex(2);
-    handle.fromStr(rows[i].name, 0, errors);
+    fillHandle(handle, rows[i]);
     stream.setElement(Data::Index(static_cast<unsigned int>(i)), handle);
   }
   Data::Channel channel("vertices");

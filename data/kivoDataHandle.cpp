@@ -234,8 +234,8 @@ unsigned int readBoolean(std::istream& in, char* target, std::string& lines) {
 
 // Stores a fresh copy of text and frees the string it replaces.
 void storeString(char* target, const std::string& text) {
-  char* copy = Detail::copyName(text.c_str());
-  Detail::freeName(load<char*>(target));
+  char* copy = Detail::copyText(text.c_str());
+  Detail::freeText(load<char*>(target));
   store<char*>(target, copy);
 }
 
@@ -285,11 +285,6 @@ Handle::~Handle() {
   releaseData();
 }
 
-bool Handle::setPositionByMemberIndex(unsigned int index) {
-  if (valid() && this->index() == index) return true;
-  return setIndex(index);
-}
-
 bool Handle::setPositionByMemberName(const char* name) {
   if (!name) return false;
   if (valid() && std::strcmp(Member::name(&**this), name) == 0) return true;
@@ -335,31 +330,6 @@ bool Handle::isDefault() const { return fData && structure().chunkIsDefault(fDat
 bool Handle::isDefaultMember(const char* name) const {
   return fData && structure().chunkMemberIsDefault(fData, name);
 }
-
-void* Handle::asType(Member::eDataType type) const {
-  const Member* member = currentMember();
-  if (!fData || !member || Member::type(member) != type) return nullptr;
-  return fData + Member::offset(member);
-}
-
-bool* Handle::asBoolean() const { return static_cast<bool*>(asType(Member::kBoolean)); }
-double* Handle::asDouble() const { return static_cast<double*>(asType(Member::kDouble)); }
-double* Handle::asDoubleMatrix4x4() const {
-  return static_cast<double*>(asType(Member::kDoubleMatrix4x4));
-}
-float* Handle::asFloat() const { return static_cast<float*>(asType(Member::kFloat)); }
-float* Handle::asFloatMatrix4x4() const {
-  return static_cast<float*>(asType(Member::kFloatMatrix4x4));
-}
-int8_t* Handle::asInt8() const { return static_cast<int8_t*>(asType(Member::kInt8)); }
-int16_t* Handle::asInt16() const { return static_cast<int16_t*>(asType(Member::kInt16)); }
-int32_t* Handle::asInt32() const { return static_cast<int32_t*>(asType(Member::kInt32)); }
-int64_t* Handle::asInt64() const { return static_cast<int64_t*>(asType(Member::kInt64)); }
-char** Handle::asString() const { return static_cast<char**>(asType(Member::kString)); }
-uint8_t* Handle::asUInt8() const { return static_cast<uint8_t*>(asType(Member::kUInt8)); }
-uint16_t* Handle::asUInt16() const { return static_cast<uint16_t*>(asType(Member::kUInt16)); }
-uint32_t* Handle::asUInt32() const { return static_cast<uint32_t*>(asType(Member::kUInt32)); }
-uint64_t* Handle::asUInt64() const { return static_cast<uint64_t*>(asType(Member::kUInt64)); }
 
 std::string Handle::str(unsigned int index) const {
   const Member* member = currentMember();
@@ -486,8 +456,6 @@ void Handle::releaseData() {
   }
   fOwnsData = false;
 }
-
-const Member* Handle::currentMember() const { return valid() ? &**this : nullptr; }
 
 // Debug output
 

@@ -101,16 +101,6 @@ unsigned int Member::typeAlignment(eDataType type) {
   return validType(type) ? kTypes[type].alignment : 0;
 }
 
-Member::eDataType Member::type(const Member* member) {
-  return member ? member->fType : kInvalidType;
-}
-
-const char* Member::name(const Member* member) { return member ? member->fName : nullptr; }
-
-unsigned int Member::length(const Member* member) { return member ? member->fLength : 0; }
-
-uint64_t Member::offset(const Member* member) { return member ? member->fOffset : kUnplaced; }
-
 uint64_t Member::offset(const Member* member, unsigned int i) {
   return member ? member->fOffset + uint64_t(typeSize(member->fType)) * i : 0;
 }
@@ -126,7 +116,7 @@ bool Member::constructDuplicate(char* dst, const char* src) const {
   for (unsigned int i = 0; i < fLength; ++i) {
     const char* source;
     std::memcpy(&source, src + offset(this, i), sizeof source);
-    char* copy = Detail::copyName(source);
+    char* copy = Detail::copyText(source);
     std::memcpy(dst + offset(this, i), &copy, sizeof copy);
   }
   return true;
@@ -138,7 +128,7 @@ bool Member::destroy(char* block) const {
   for (unsigned int i = 0; i < fLength; ++i) {
     char* text;
     std::memcpy(&text, block + offset(this, i), sizeof text);
-    Detail::freeName(text);
+    Detail::freeText(text);
     text = nullptr;
     std::memcpy(block + offset(this, i), &text, sizeof text);
   }

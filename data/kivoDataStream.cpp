@@ -94,13 +94,15 @@ bool Stream::setIndexType(const std::string& typeName) {
   if (!knownIndexType(typeName)) return false;
   StreamImpl& current = impl();
   if (typeName == current.indexType()) return current.setIndexType(typeName);
-  if (current.elementCount() != 0) return false;
+  if (current.elementCount() != 0 || current.pinCount() != 0) return false;
   if (!isDense()) return current.setIndexType(typeName);
   // Only mapped storage takes other index types.
   StreamImplMapped* mapped = new StreamImplMapped(current);
   attach(mapped);
   return mapped->setIndexType(typeName);
 }
+
+unsigned int Stream::pinCount() const { return impl().pinCount(); }
 
 bool Stream::isDense() const { return dynamic_cast<const StreamImplDense*>(&impl()) != nullptr; }
 
@@ -141,6 +143,7 @@ bool Stream::useDefaults() const { return impl().useDefaults(); }
 bool Stream::useDenseStorage(bool dense) {
   StreamImpl& current = impl();
   if (isDense() == dense) return true;
+  if (current.pinCount() != 0) return false;
   const unsigned int count = current.elementCount();
   // The new storage is filled completely before it replaces the old one, so
   // a stream that cannot be converted stays as it was.

@@ -97,7 +97,7 @@ bool StreamImpl::setUseDefaults(bool useDefaults) {
 bool StreamImpl::useDefaults() const { return fUseDefaults; }
 
 bool StreamImpl::setStructure(const Structure& structure) {
-  if (elementCount() != 0) return false;
+  if (elementCount() != 0 || pinCount() != 0) return false;
   if (&structure == fStructure) return true;
   structure.ref();
   const Structure* previous = fStructure;
@@ -108,7 +108,7 @@ bool StreamImpl::setStructure(const Structure& structure) {
 }
 
 bool StreamImpl::setIndexType(const std::string& typeName) {
-  if (!knownIndexType(typeName) || elementCount() != 0) return false;
+  if (!knownIndexType(typeName) || elementCount() != 0 || pinCount() != 0) return false;
   clear();
   fIndexType = typeName;
   return true;

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <iomanip>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 
 #include "support/kivoClassStatistics.h"
@@ -34,6 +35,8 @@ constexpr char kElementsTitle[] = "Stream Elements";
 constexpr char kHighestValidIndex[] = "Highest valid index = ";
 constexpr char kNumberAllocated[] = "Number allocated    = ";
 constexpr char kElementCount[] = "Element count = ";
+
+constexpr char kPinnedAssignment[] = "A dense stream pinned by a view cannot be assigned";
 
 // The slot number of a numeric index; false for a complex one, which has no
 // place in a block.
@@ -108,6 +111,7 @@ StreamImplDense::StreamImplDense(const StreamImplDense& other) : StreamImpl(othe
 
 StreamImplDense& StreamImplDense::operator=(const StreamImplDense& other) {
   if (this == &other) return *this;
+  if (pinCount() != 0) throw std::logic_error(kPinnedAssignment);
   clear();
   StreamImpl::operator=(other);
   fElementCount = other.fElementCount;
@@ -155,6 +159,7 @@ StreamIterator StreamImplDense::end() const {
 bool StreamImplDense::setElement(const Index& index, const Handle& handle) {
   uint32_t target = 0;
   if (!handle.usesStructure(structure()) || !slotOf(index, target)) return false;
+  if (target >= fElementCount && pinCount() != 0) return false;
   const Structure& layout = structure();
   const char* source = handle.data();
   if (source && insideBlock(source)) {
@@ -203,6 +208,7 @@ bool StreamImplDense::reindexElement(const Index& from, const Index& to) {
   uint32_t source = 0, target = 0;
   if (!slotOf(from, source) || !slotOf(to, target)) return false;
   if (source >= fElementCount || !elementAddr(from)) return false;
+  if (target >= fElementCount && pinCount() != 0) return false;
   const Structure& layout = structure();
   if (source == target) {  // duplicated onto itself, then reset: defaults
     layout.destroyChunk(slot(source));
@@ -235,6 +241,7 @@ bool StreamImplDense::removeElement(const Index& index) {
 
 bool StreamImplDense::setElementRange(const Index& first, const Index& last) {
   const uint32_t count = last.index() + 1u - first.index();
+  if (count != fElementCount && pinCount() != 0) return false;
   if (count > fElementCount) {
     // Room is asked for index count, one past the last slot. The count is
     // taken whenever the block holds count slots, also when growth fell
@@ -260,6 +267,7 @@ bool StreamImplDense::setElementRange(const Index& first, const Index& last) {
 
 bool StreamImplDense::clear() {
   if (!fBlock) return true;
+  if (pinCount() != 0) return false;
   releaseBlock(structure());
   return true;
 }
@@ -277,6 +285,7 @@ char* StreamImplDense::elementAddr(const Index& index) const {
 bool StreamImplDense::ensureSpaceForElement(const Index& index) {
   const uint32_t wanted = index.index();
   if (wanted >= fAllocatedCount) {
+    if (pinCount() != 0) return false;  // growth may move the block
     const uint64_t size = structure().totalSize();
     if (size == 0) return true;
     // A cleared stream kept its counts but not its block: nothing to grow.

@@ -107,41 +107,52 @@ unsigned int StreamImplMapped::elementCount() const {
   return static_cast<unsigned int>(fElements.size());
 }
 
-bool StreamImplMapped::setElement(const Index& index, const Handle& handle) {
-  if (!handle.usesStructure(structure())) return false;
-  // Elements stored in index order (readers, copies) append: one comparison
-  // with the last key instead of a search.
+// Elements stored in index order (readers, copies) append: one comparison
+// with the last key instead of a search.
+StreamImplMapped::ElementMap::iterator StreamImplMapped::placeFor(const Index& index) {
   ElementMap::iterator found = fElements.end();
   if (!fElements.empty() && !(std::prev(found)->first < index)) {
     found = fElements.lower_bound(index);
   }
+  return found;
+}
+
+bool StreamImplMapped::setElement(const Index& index, const Handle& handle) {
+  if (!handle.usesStructure(structure())) return false;
+  ElementMap::iterator found = placeFor(index);
   const bool present = found != fElements.end() && !(index < found->first);
-  // Storing an element onto itself: releasing the stored block first would
-  // leave the handle pointing at freed memory.
-  if (present && handle.hasData() && found->second.data() == handle.data()) return true;
   if (!handle.hasData()) {
     Handle defaults(structure());
     if (!present) found = fElements.emplace_hint(found, index, Handle(structure(), nullptr));
     found->second.swap(defaults);
+    found->second.setPositionByMemberIndex(handle.index());
     return true;
   }
+  // Handle::operator= takes structure, member position and data; storing an
+  // element onto itself keeps the block it owns, which makeUnique() leaves.
   if (present) {
     found->second = handle;
   } else {
     found = fElements.emplace_hint(found, index, handle);
   }
   found->second.makeUnique();
-  // The caller's member position is its own cursor, not part of the element.
-  found->second.setPositionByMemberIndex(0);
+  return true;
+}
+
+bool StreamImplMapped::takeElement(const Index& index, Handle& handle) {
+  if (!handle.usesStructure(structure()) || !handle.hasData()) return setElement(index, handle);
+  handle.makeUnique();
+  ElementMap::iterator found = placeFor(index);
+  if (found == fElements.end() || index < found->first)
+    found = fElements.emplace_hint(found, index, Handle(structure(), nullptr));
+  found->second.swap(handle);
   return true;
 }
 
 Handle StreamImplMapped::element(const Index& index) const {
   const ElementMap::const_iterator found = fElements.find(index);
   if (found == fElements.end()) return Handle(structure(), nullptr);
-  Handle view(found->second);
-  view.setPositionByMemberIndex(0);  // like a dense element: on the first member
-  return view;
+  return found->second;
 }
 
 bool StreamImplMapped::hasElement(const Index& index) const {

@@ -16,10 +16,12 @@
 #include <kivo/data/kivoDataIndex.h>
 #include <kivo/data/kivoDataMember.h>
 #include <kivo/data/kivoDataStream.h>
+#include <kivo/data/kivoDataStreamImplMapped.h>
 #include <kivo/data/kivoDataStructure.h>
 #include <kivo/serialize/kivoDataSerializerInitializer.h>
 #include <kivo/serialize/kivoDataSerializerRaw.h>
 
+#include "data/kivoStreamAccess.h"
 #include "serialize/kivoRawText.h"
 #include "serialize/kivoRawValues.h"
 #include "support/kivoFastText.h"
@@ -238,9 +240,12 @@ class StreamReader {
   }
 
   void readElements(Stream& stream) {
-    // One handle carries every element into the stream, which copies it.
-    // It is made at the first element: a stream without elements allocates
-    // no element block, however large the structure's elements are.
+    // One handle carries every element into the stream: a new stream is
+    // mapped, and its storage takes the handle's block as it is; the handle
+    // then gets a fresh block of defaults. It is made at the first element:
+    // a stream without elements allocates no element block, however large
+    // the structure's elements are.
+    StreamImplMapped* mapped = dynamic_cast<StreamImplMapped*>(&StreamAccess::impl(stream));
     std::optional<Handle> element;
     while (fPending || nextLine()) {
       fPending = false;
@@ -258,6 +263,7 @@ class StreamReader {
       ++fRecord;
       if (!element) element.emplace(*fStructure);
       Handle& handle = *element;
+      if (!handle.hasData()) handle.pointToData(fStructure->allocateDefaultChunk(), true);
       if (!readDataLineStrict(handle)) {
         fCount +=
             StreamSerializerRaw::readStructure(*fStructure, fInput, fRecord, handle, fMessages);
@@ -266,8 +272,13 @@ class StreamReader {
       // Once an error is counted the stream will be discarded: its elements
       // are no longer stored, so bad text cannot make it grow.
       if (fCount != 0) continue;
+      // Whichever way the line was read, the element is stored on its first
+      // member.
+      handle.setPositionByMemberIndex(0);
       // Not counted: the stream is still returned, without this element.
-      if (!stream.setElement(index, handle)) fMessages += couldNotAdd(index);
+      const bool stored =
+          mapped ? mapped->takeElement(index, handle) : stream.setElement(index, handle);
+      if (!stored) fMessages += couldNotAdd(index);
     }
     if (!fTooLong) record(missingEnd(fRecord));
   }

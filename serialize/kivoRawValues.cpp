@@ -209,8 +209,8 @@ int readBooleans(std::istream& input, char* values, unsigned int count, std::str
 
 // The characters after an opening double quote up to the closing one, with
 // backslash escapes resolved ("\n" is a newline, any other escaped
-// character stands for itself), as a new heap string (freed with
-// freeName); null when the input ends first. Short texts are
+// character stands for itself), as a new string value (newText, freed with
+// freeText); null when the input ends first. Short texts are
 // gathered on the stack; longer ones in a heap buffer that doubles.
 char* readQuoted(std::istream& input) {
   using Traits = std::char_traits<char>;
@@ -240,9 +240,8 @@ char* readQuoted(std::istream& input) {
     }
     text[length++] = static_cast<char>(c);
   }
-  char* result = new char[length + 1];
+  char* result = newText(length);
   std::memcpy(result, text, length);
-  result[length] = '\0';
   return result;
 }
 
@@ -264,7 +263,7 @@ int readStrings(std::istream& input, char* values, unsigned int count, std::stri
       return 1;
     }
     char* const slot = values + i * sizeof(char*);
-    freeName(load<char*>(slot));
+    freeText(load<char*>(slot));
     store(slot, text);
   }
   return 0;
@@ -378,7 +377,7 @@ const char* readStringsStrict(const char* p, const char* end, char* values, unsi
       ++length;
     }
     if (p == end) return nullptr;
-    char* text = new char[length + 1];
+    char* text = newText(length);
     char* out = text;
     for (const char* q = first; q < p; ++q) {
       if (*q == '\\') {
@@ -388,10 +387,9 @@ const char* readStringsStrict(const char* p, const char* end, char* values, unsi
         *out++ = *q;
       }
     }
-    *out = '\0';
     ++p;  // the closing quote
     char* const slot = values + i * sizeof(char*);
-    freeName(load<char*>(slot));
+    freeText(load<char*>(slot));
     store(slot, text);
   }
   return p;

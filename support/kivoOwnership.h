@@ -1,8 +1,12 @@
-// Internal: single owners for names, references and element blocks.
+// Internal: single owners for names, string values, references and element
+// blocks.
 #pragma once
+
+#include <kivo/support/kivoRef.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace kivo::Detail {
@@ -19,34 +23,32 @@ inline char* copyName(const char* name) {
 
 inline void freeName(char* name) { delete[] name; }
 
-// One reference on an object that is already shared: ref() on construction,
-// unref() on destruction. A just-created object (count 0) stays in a
-// std::unique_ptr until it is handed on, since a ref()/unref() pair would
-// delete it.
-template <class T>
-class Ref {
- public:
-  Ref() = default;
-  explicit Ref(T* object) : fObject(object) {
-    if (fObject) fObject->ref();
-  }
-  Ref(const Ref& other) : Ref(other.fObject) {}
-  Ref(Ref&& other) noexcept : fObject(std::exchange(other.fObject, nullptr)) {}
-  Ref& operator=(Ref other) noexcept {
-    std::swap(fObject, other.fObject);
-    return *this;
-  }
-  ~Ref() {
-    if (fObject) fObject->unref();
-  }
-  T* get() const { return fObject; }
-  T* operator->() const { return fObject; }
-  T& operator*() const { return *fObject; }
-  explicit operator bool() const { return fObject != nullptr; }
+// The pair for string values inside element blocks: the C allocator, the
+// same as strdup()/free(), so that callers storing their own strdup()ed text
+// through Handle::asString() and releasing a stored value with free() meet
+// the allocator the library uses. Null stays null; running out of memory
+// throws std::bad_alloc, as operator new would.
+inline char* newText(size_t length) {  // room for length characters and the end
+  char* text = static_cast<char*>(std::malloc(length + 1));
+  if (!text) throw std::bad_alloc();
+  text[length] = '\0';
+  return text;
+}
 
- private:
-  T* fObject = nullptr;
-};
+inline char* copyText(const char* text) {
+  if (!text) return nullptr;
+  const size_t length = std::strlen(text);
+  char* copy = newText(length);
+  std::memcpy(copy, text, length);
+  return copy;
+}
+
+inline void freeText(char* text) { std::free(text); }
+
+// The public holder of one reference (kivo/support/kivoRef.h), under the
+// name the library's sources use.
+template <class T>
+using Ref = kivo::Ref<T>;
 
 // One element block, destroyed through its structure (which frees the
 // strings inside) and then freed, unless released. S is the structure type.

@@ -10,6 +10,7 @@
 #include <kivo/support/kivoDebugFootprint.h>
 #include <kivo/support/kivoDebugPrint.h>
 #include <kivo/support/kivoRefCounted.h>
+#include <kivo/support/kivoRef.h>
 
 #include <kivo/data/kivoDataMember.h>
 #include <kivo/data/kivoDataIterLocation.h>
@@ -28,6 +29,7 @@
 #include <kivo/data/kivoDataStreamImplDense.h>
 #include <kivo/data/kivoDataStreamImplMapped.h>
 #include <kivo/data/kivoDataStream.h>
+#include <kivo/data/kivoDataDenseStreamView.h>
 #include <kivo/data/kivoDataChannelImpl.h>
 #include <kivo/data/kivoDataChannelIterator.h>
 #include <kivo/data/kivoDataChannel.h>

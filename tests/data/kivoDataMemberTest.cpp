@@ -102,7 +102,7 @@ TEST_F(MemberValues, FloatingDefaultTest) {
 TEST_F(MemberValues, StringsAreDuplicatedAndDestroyed) {
   const Member s = make(Member::kString, 2);
   alignas(16) char copy[2048] = {};
-  char* text = kivo::Detail::copyName("");
+  char* text = strdup("");  // string values are malloc()ed, like the library's
   std::memcpy(block + 8, &text, sizeof text);
   EXPECT_FALSE(s.isDefault(block));  // an allocated "" is not a default
   std::memcpy(copy, block, sizeof block);

@@ -8,6 +8,7 @@
 #include <kivo/data/kivoDataIndexString.h>
 #include <kivo/data/kivoDataStream.h>
 #include <kivo/data/kivoDataStreamImplDense.h>
+#include <kivo/data/kivoDataStreamImplMapped.h>
 #include <kivo/data/kivoDataStreamIterator.h>
 #include <kivo/data/kivoDataStreamIteratorImpl.h>
 #include <kivo/data/kivoDataStructure.h>
@@ -29,6 +30,7 @@ using kivo::Data::IndexString;
 using kivo::Data::Member;
 using kivo::Data::Stream;
 using kivo::Data::StreamImplDense;
+using kivo::Data::StreamImplMapped;
 using kivo::Data::StreamIterator;
 using kivo::Data::StreamIteratorImpl;
 using kivo::Data::Structure;
@@ -105,19 +107,40 @@ TEST(StreamMapped, StoresIndependentDeepCopies) {
   EXPECT_EQ(textOf(stream.element(3)), "changed");
   EXPECT_EQ(textOf(stream.element(4)), "first");
   EXPECT_EQ(textOf(source), "first");
-  // The stored element does not keep the caller's member position.
+  // The stored handle takes the caller's member position; element() is a copy of it.
   source.setPositionByMemberName("s");
   stream.setElement(7, source);
-  EXPECT_EQ(stream.element(7).index(), 0u);
-  // Storing an element onto itself keeps it.
-  EXPECT_TRUE(stream.setElement(3, stream.element(3)));
-  EXPECT_EQ(textOf(stream.element(3)), "changed");
+  EXPECT_EQ(stream.element(7).index(), 1u);
+  EXPECT_EQ(stream.element(7).str(0), "first");
+  // Storing an element onto itself keeps it, at the new position.
+  Handle self = stream.element(3);
+  self.setPositionByMemberName("s");
+  EXPECT_TRUE(stream.setElement(3, self));
+  EXPECT_EQ(stream.element(3).str(0), "changed");
   // Another structure object, even an equal one, is refused.
   StructureRef other = labelled();
   EXPECT_FALSE(stream.setElement(5, element(*other, 5)));
   // A handle without data stores the defaults.
   EXPECT_TRUE(stream.setElement(6, stream.element(99)));
   EXPECT_TRUE(stream.element(6).isDefault());
+}
+
+TEST(StreamMapped, TakeElementMovesAnOwnedBlockAndCopiesAView) {
+  StructureRef s = labelled();
+  StreamImplMapped impl(*s, "M");
+  Handle owner = element(*s, 1, "one");
+  const char* block = owner.data();
+  EXPECT_TRUE(impl.takeElement(2, owner));
+  EXPECT_FALSE(owner.hasData());
+  EXPECT_EQ(impl.element(2).data(), block);
+  Handle again = element(*s, 3, "three");
+  EXPECT_TRUE(impl.takeElement(2, again));
+  EXPECT_EQ(again.data(), block);  // the element it replaced comes back, owned
+  EXPECT_EQ(textOf(impl.element(2)), "three");
+  Handle view = impl.element(2);
+  EXPECT_TRUE(impl.takeElement(5, view));
+  EXPECT_NE(impl.element(5).data(), impl.element(2).data());
+  EXPECT_EQ(textOf(impl.element(5)), "three");
 }
 
 TEST(StreamMapped, ComplexIndicesKeyElements) {

@@ -96,7 +96,7 @@ TEST(StructureChunks, DefaultBlockIsNotRebuiltButNewBlocksAreComplete) {
   kivo::Detail::Chunk<Structure> block(*s, s->allocateDefaultChunk());
   EXPECT_TRUE(s->chunkIsDefault(block.get()));
   EXPECT_FALSE(s->chunkIsDefault(nullptr));
-  stringAt(*s, block.get(), 1) = kivo::Detail::copyName("");  // allocated "": not default
+  stringAt(*s, block.get(), 1) = strdup("");  // allocated "": not default
   EXPECT_FALSE(s->chunkIsDefault(block.get()));
   EXPECT_TRUE(s->chunkMemberIsDefault(block.get(), "a"));
   EXPECT_FALSE(s->chunkMemberIsDefault(block.get(), "text"));
@@ -106,7 +106,7 @@ TEST(StructureChunks, DefaultBlockIsNotRebuiltButNewBlocksAreComplete) {
 TEST(StructureChunks, DuplicatesCopyStringsDeeply) {
   StructureRef s = makeStructure("S", {{Member::kString, 2, "t"}, {Member::kInt8, 1, "i"}});
   kivo::Detail::Chunk<Structure> original(*s, s->allocateDefaultChunk());
-  stringAt(*s, original.get(), 0) = kivo::Detail::copyName("hello");
+  stringAt(*s, original.get(), 0) = strdup("hello");
   original.get()[offsetOf(*s, 1)] = 7;
   kivo::Detail::Chunk<Structure> copy(*s, s->duplicateChunk(original.get()));
   EXPECT_NE(stringAt(*s, copy.get(), 0), stringAt(*s, original.get(), 0));

@@ -38,12 +38,14 @@ inline StructureRef valueAndText(const char* name) {
   return makeStructure(name, {{Data::Member::kInt32, 1, "v"}, {Data::Member::kString, 1, "s"}});
 }
 
-// A detached element: v in the first member (an int32) and text in "s" when there is one.
+// A detached element on its first member: v in that member (an int32) and text in "s" when there
+// is one.
 inline Data::Handle element(const Data::Structure& structure, int32_t v, const char* text = "") {
   Data::Handle h(structure);
   *h.asInt32() = v;
   std::string errors;
   if (h.setPositionByMemberName("s")) h.fromStr(text, 0, errors);
+  h.setPositionByMemberIndex(0);
   return h;
 }
 

@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <sstream>
@@ -462,6 +463,28 @@ TEST_F(StreamRawRead, StringsUnescapeAndMayBeLong) {
   ASSERT_NE(h.asString()[1], nullptr);  // an empty string is stored, not null
   EXPECT_STREQ(h.asString()[1], "");
   EXPECT_EQ(h.asString()[2], longText);
+}
+
+// String values are strdup()/free() memory however they were made: the
+// caller frees what the readers and fromStr() stored and stores its own
+// strdup()ed text, which the library frees (the sanitizer build checks the
+// pairs).
+TEST_F(StreamRawRead, StringValuesAreStrdupMemory) {
+  define("Text", {{Member::kString, 1}});
+  std::string errors;
+  // A line break inside the quotes sends the second value to the stream code.
+  std::unique_ptr<Stream> stream = readText(
+      "name T\nstructure Text\n0\n\"fast\"\n1\n\"slow\nline\"\nendStream\n", errors);
+  ASSERT_TRUE(stream) << errors;
+  Handle made(stream->structure());
+  ASSERT_EQ(made.fromStr("made", 0, errors), 0u);
+  for (const Handle& h : {stream->element(Index(0)), stream->element(Index(1)), made}) {
+    std::free(*h.asString());
+    *h.asString() = strdup("caller");
+  }
+  ASSERT_TRUE(stream->setElement(Index(2), made));  // a copy the library makes
+  EXPECT_EQ(contents(*stream), (std::vector<std::string>{"0", "caller", "1", "caller", "2",
+                                                         "caller"}));
 }
 
 TEST(StreamRawFormat, RegisteredAtLoadAsTheDefaultWithItsDescription) {

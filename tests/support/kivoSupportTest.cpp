@@ -1,15 +1,18 @@
 // DebugPrint.*  indentation, sections, filters and value formatting
 // DebugFootprint.*  totals and their line
 // RefCounted.*  counts across ref/unref, copy and assignment
+// Ref.*  one reference per holder, the last one deletes
 // Checkpointed.*  the exact increments of the global counter
 #include <kivo/support/kivoCheckpointed.h>
 #include <kivo/support/kivoDebugFootprint.h>
 #include <kivo/support/kivoDebugPrint.h>
+#include <kivo/support/kivoRef.h>
 #include <kivo/support/kivoRefCounted.h>
 
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <utility>
 
 namespace {
 
@@ -139,6 +142,25 @@ TEST(RefCounted, CountIsNeverCopiedOrAssigned) {
   RefCounted::Debug(&a, print);
   RefCounted::Debug(nullptr, print);
   EXPECT_EQ(out.str(), "RefCount : 2\n");
+}
+
+TEST(Ref, HoldsOneReferenceEachAndTheLastDeletes) {
+  int deaths = 0;
+  Probe* probe = new Probe(&deaths);  // count 0, as a structure fresh from a reader
+  {
+    kivo::Ref<Probe> a(probe);
+    kivo::Ref<Probe> b = a;
+    EXPECT_EQ(probe->refCount(), 2);
+    kivo::Ref<Probe> c = std::move(b);  // handed on, not added
+    EXPECT_FALSE(b);
+    EXPECT_EQ(probe->refCount(), 2);
+    a = c;  // the same object: the new reference comes before the old one goes
+    c.reset();
+    EXPECT_EQ(probe->refCount(), 1);
+    EXPECT_EQ(c.get(), nullptr);
+    EXPECT_EQ(a.get(), probe);
+  }
+  EXPECT_EQ(deaths, 1);
 }
 
 TEST(Checkpointed, ConstructionAddsOneAndCopyAddsTwo) {

@@ -31,10 +31,10 @@ class KIVO_EXPORT AccessorTarn {
   // Reads a structure from text with the structure serializer registered as
   // format. Returns the new structure, unregistered and with a reference
   // count of 0: the caller owns it, and either registers it or destroys it
-  // (one ref() and one unref()). Null when the text gives no structure, or
-  // when no such format exists ("Could not find serializer for format
-  // NAME"); the reader's messages are appended to errors, also those that
-  // come with a structure.
+  // (one ref() and one unref(): hold it in a kivo::Ref). Null when the text
+  // gives no structure, or when no such format exists ("Could not find
+  // serializer for format NAME"); the reader's messages are appended to
+  // errors, also those that come with a structure.
   static const Structure* deserializeStructure(const std::string& format, const std::string& text,
                                                std::string& errors);
   // Reads associations from text with the associations serializer registered

@@ -8,6 +8,7 @@
 
 #include <kivo/kivoExport.h>
 #include <kivo/data/kivoDataMember.h>
+#include <kivo/data/kivoDataStructure.h>
 #include <kivo/data/kivoDataStructureIterator.h>
 
 #include <cstdint>
@@ -38,14 +39,19 @@ class KIVO_EXPORT Handle : public StructureIterator {
   // On the first member of structure, viewing the caller's block.
   Handle(const Structure& structure, void* data);
   // Releases any block this handle owns, then views other's block (never
-  // owning it) on other's structure and member.
+  // owning it) on other's structure and member. Assigning a handle that views
+  // the very block this one owns keeps it owned here, rather than freeing
+  // the block both would then point at.
   Handle(const Handle& other);
   Handle& operator=(const Handle& other);
   // Releases an owned block (strings freed, bytes freed).
   ~Handle();
 
   // Moves to member index; false, at the end, when there is no such member.
-  bool setPositionByMemberIndex(unsigned int index);
+  bool setPositionByMemberIndex(unsigned int index) {
+    if (this->index() == index && index < structure().memberCount()) return true;
+    return setIndex(index);
+  }
   // Moves to the member named exactly name; false for a null name (position
   // kept) or no match (at the end).
   bool setPositionByMemberName(const char* name);
@@ -76,22 +82,31 @@ class KIVO_EXPORT Handle : public StructureIterator {
   // The first value of the current member inside the block; null without
   // data, at the end, or when type is not the member's type. Never converts
   // and never throws. The typed forms point at dataLength() values (sixteen
-  // per value for the matrices); string pointers stay owned by the block.
-  void* asType(Member::eDataType type) const;
-  bool* asBoolean() const;
-  double* asDouble() const;
-  double* asDoubleMatrix4x4() const;
-  float* asFloat() const;
-  float* asFloatMatrix4x4() const;
-  int8_t* asInt8() const;
-  int16_t* asInt16() const;
-  int32_t* asInt32() const;
-  int64_t* asInt64() const;
-  char** asString() const;
-  uint8_t* asUInt8() const;
-  uint16_t* asUInt16() const;
-  uint32_t* asUInt32() const;
-  uint64_t* asUInt64() const;
+  // per value for the matrices). String pointers are owned by the block,
+  // allocated like strdup() and released with free(): a caller may free()
+  // a value and store its own strdup()ed text (or null) in its place, which
+  // the block then owns.
+  void* asType(Member::eDataType type) const {
+    const Member* member = currentMember();
+    if (!fData || !member || Member::type(member) != type) return nullptr;
+    return fData + Member::offset(member);
+  }
+  bool* asBoolean() const { return static_cast<bool*>(asType(Member::kBoolean)); }
+  double* asDouble() const { return static_cast<double*>(asType(Member::kDouble)); }
+  double* asDoubleMatrix4x4() const {
+    return static_cast<double*>(asType(Member::kDoubleMatrix4x4));
+  }
+  float* asFloat() const { return static_cast<float*>(asType(Member::kFloat)); }
+  float* asFloatMatrix4x4() const { return static_cast<float*>(asType(Member::kFloatMatrix4x4)); }
+  int8_t* asInt8() const { return static_cast<int8_t*>(asType(Member::kInt8)); }
+  int16_t* asInt16() const { return static_cast<int16_t*>(asType(Member::kInt16)); }
+  int32_t* asInt32() const { return static_cast<int32_t*>(asType(Member::kInt32)); }
+  int64_t* asInt64() const { return static_cast<int64_t*>(asType(Member::kInt64)); }
+  char** asString() const { return static_cast<char**>(asType(Member::kString)); }
+  uint8_t* asUInt8() const { return static_cast<uint8_t*>(asType(Member::kUInt8)); }
+  uint16_t* asUInt16() const { return static_cast<uint16_t*>(asType(Member::kUInt16)); }
+  uint32_t* asUInt32() const { return static_cast<uint32_t*>(asType(Member::kUInt32)); }
+  uint64_t* asUInt64() const { return static_cast<uint64_t*>(asType(Member::kUInt64)); }
 
   // The text of value index of the current member, in the classic locale.
   // Never fails: without data the type's fallback ("false", "0.0", "0", ""),
@@ -118,7 +133,12 @@ class KIVO_EXPORT Handle : public StructureIterator {
 
  private:
   void releaseData();
-  const Member* currentMember() const;
+  // The member the handle is on; null at the end.
+  const Member* currentMember() const {
+    const Structure& layout = structure();
+    const unsigned int position = index();
+    return position < layout.fMemberCount ? &layout.fMembers[position] : nullptr;
+  }
 
   char* fData = nullptr;
   bool fOwnsData = false;

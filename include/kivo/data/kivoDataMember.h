@@ -64,10 +64,18 @@ class KIVO_EXPORT Member {
   static unsigned int typeAlignment(eDataType type);
 
   // Accessors that accept null (the result of a failed lookup).
-  static eDataType type(const Member* member);          // kInvalidType for null
-  static const char* name(const Member* member);        // null for null
-  static unsigned int length(const Member* member);     // 0 for null
-  static uint64_t offset(const Member* member);         // 4294967295 for null
+  static eDataType type(const Member* member) {  // kInvalidType for null
+    return member ? member->fType : kInvalidType;
+  }
+  static const char* name(const Member* member) {  // null for null
+    return member ? member->fName : nullptr;
+  }
+  static unsigned int length(const Member* member) {  // 0 for null
+    return member ? member->fLength : 0;
+  }
+  static uint64_t offset(const Member* member) {  // 4294967295 for null
+    return member ? member->fOffset : kUnplaced;
+  }
   // Offset of value i of the field: offset + type size * i; 0 for null. No
   // bound check on i.
   static uint64_t offset(const Member* member, unsigned int i);
@@ -75,10 +83,11 @@ class KIVO_EXPORT Member {
   // Writes all-zero defaults into every value of the field. Returns true.
   bool fillWithDefault(char* block) const;
   // For strings, stores fresh copies of src's strings in dst (the caller has
-  // already copied the block bytewise). Returns true.
+  // already copied the block bytewise). String values are always made like
+  // strdup() (malloc) and released with free(). Returns true.
   bool constructDuplicate(char* dst, const char* src) const;
-  // For strings, frees each string and nulls its pointer. False only for a
-  // type above 13.
+  // For strings, frees each string with free() and nulls its pointer. False
+  // only for a type above 13.
   bool destroy(char* block) const;
   // True when every value equals its default. NaN is not default, -0.0 is;
   // an allocated "" string is not. False for a null block.

@@ -62,6 +62,13 @@ class KIVO_EXPORT Stream {
   bool setIndexType(const std::string& typeName);
   // True when the elements lie in one contiguous block.
   bool isDense() const;
+  // The live DenseStreamViews onto the implementation (0 for mapped
+  // storage). While there is one, what would change the element count or
+  // move the block is refused: setElement and reindexElement at or beyond
+  // the count, setElementRange to another count, clear(), setStructure(),
+  // setIndexType() and useDenseStorage(false) return false. Writes to
+  // existing elements and removals (which keep the count) go ahead.
+  unsigned int pinCount() const;
 
   // Mapped: the number of entries. Dense: one more than the highest index
   // ever set (every slot below counts, removed ones included).
@@ -128,6 +135,9 @@ class KIVO_EXPORT Stream {
   static uint64_t _objectsAlive;
 
  private:
+  friend class DenseStreamView;
+  friend class StreamAccess;  // the library's own readers reach the storage
+
   // Takes a reference on impl before dropping the current one.
   void attach(StreamImpl* impl);
   // The implementation, creating the default mapped one if there is none.

@@ -4,7 +4,8 @@
 // structure, the stream's name, the index type's name and the use-defaults
 // flag. A new implementation starts at count 0; the Stream taking it calls
 // ref(). Copies get the source's name, structure and index type (not the
-// flag); the storage kinds copy their elements deeply.
+// flag); the storage kinds copy their elements deeply. It also counts the
+// DenseStreamViews pinning its storage (pinCount()); a copy starts unpinned.
 #pragma once
 
 #include <kivo/data/kivoDataIndex.h>
@@ -13,6 +14,7 @@
 #include <kivo/support/kivoDebugCRTP.h>
 #include <kivo/support/kivoRefCounted.h>
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -60,18 +62,23 @@ class KIVO_EXPORT StreamImpl : public RefCounted,
   virtual bool clear() = 0;
 
   const Structure& structure() const { return *fStructure; }
-  // False while there are elements; otherwise references the new structure
-  // and drops the old one.
+  // False while there are elements or pins; otherwise references the new
+  // structure and drops the old one.
   bool setStructure(const Structure& structure);
   const std::string& name() const { return fName; }
   void setName(const std::string& name) { fName = name; }
   const std::string& indexType() const { return fIndexType; }
-  // False for an unregistered type name or while there are elements;
-  // otherwise clears the storage and stores the name.
+  // False for an unregistered type name or while there are elements or
+  // pins; otherwise clears the storage and stores the name.
   bool setIndexType(const std::string& typeName);
   // Deep copy of handle's element into dest (totalSize() bytes, holding no
   // strings of its own); false when dest or the handle's data is null.
   bool copyElementFromHandle(char* dest, const Handle& handle) const;
+  // The number of live DenseStreamViews onto this storage. While it is not
+  // 0 the element count and the storage's memory stay as they are: every
+  // call that would change or move them is refused (false); a caller tells
+  // such a refusal from others by this count.
+  unsigned int pinCount() const { return fPins.load(std::memory_order_relaxed); }
 
   using kivo::Debug::CRTP_Debug<StreamImpl, kivo::Debug::Print>::debug;
   using kivo::Debug::CRTP_Debug<StreamImpl, kivo::Debug::Footprint>::debug;
@@ -90,10 +97,13 @@ class KIVO_EXPORT StreamImpl : public RefCounted,
   virtual void structureReplaced(const Structure& previous);
 
  private:
+  friend class DenseStreamView;
+
   const Structure* fStructure = nullptr;
   std::string fName;
   std::string fIndexType;
   bool fUseDefaults = false;
+  mutable std::atomic<uint32_t> fPins{0};
 };
 
 }  // namespace kivo::Data

@@ -6,6 +6,11 @@
 // to about one 4096-byte page of elements first, then by 3/2, which may move
 // it: handles and iterators into it die when it grows. Complex indices are
 // refused (absent, or false). Copies and clones deep-copy the block.
+// While DenseStreamViews pin the storage (pinCount()), whatever would change
+// the element count or move or free the block is refused: setElement and
+// reindexElement at or beyond the count, setElementRange to another count,
+// clear(), growth (false), and assignment (throws std::logic_error "A dense
+// stream pinned by a view cannot be assigned").
 #pragma once
 
 #include <kivo/data/kivoDataIndex.h>
@@ -26,7 +31,7 @@ class KIVO_EXPORT StreamImplDense : public StreamImpl {
   StreamImplDense();
   StreamImplDense(const StreamImplDense& other);
   // Clears this stream, then copies the StreamImpl part, both counts and a
-  // deep copy of other's block.
+  // deep copy of other's block. Throws std::logic_error when pinned.
   StreamImplDense& operator=(const StreamImplDense& other);
   // Clears.
   ~StreamImplDense() override;
@@ -62,6 +67,7 @@ class KIVO_EXPORT StreamImplDense : public StreamImpl {
   bool setElementRange(const Index& first, const Index& last) override;
   // Destroys the elements and frees the block; both counts keep their
   // values, and the stream then refuses new elements (assign it to reuse).
+  // False, changing nothing, while pinned.
   bool clear() override;
 
   // Index(p) for p below the element count, else Index(0xFFFFFFFF).

@@ -40,12 +40,21 @@ class KIVO_EXPORT StreamImplMapped : public StreamImpl {
   StreamIterator cend() const override { return end(); }
   // The number of entries.
   unsigned int elementCount() const override;
-  // Stores a deep copy of handle's element (the default element for a handle
-  // without data); false only when handle is on another structure object.
+  // Assigns handle to the stored handle (Handle::operator=: structure,
+  // member position, data), then gives the stored one a private deep copy.
+  // A handle without data has no block to copy: the default element is
+  // stored instead, at handle's position. False only when handle is on
+  // another structure object.
   bool setElement(const Index& index, const Handle& handle) override;
-  // A handle viewing the stored element, on its first member; one without
-  // data when absent.
+  // A copy of the stored handle (viewing the stored element, at the stored
+  // member position); one without data when absent.
   Handle element(const Index& index) const override;
+  // Stores handle's element at index like setElement, but moves the block
+  // into place when handle owns it rather than copying it: the stored
+  // handle takes handle's structure, position, block and ownership, and
+  // handle is left with what was stored there before (no data for a new
+  // index). A handle viewing its block is copied first, as by setElement.
+  bool takeElement(const Index& index, Handle& handle);
   bool hasElement(const Index& index) const override;
   // False when from is absent; (i, i) is true and changes nothing;
   // otherwise the element replaces any at to and from is removed.
@@ -79,6 +88,9 @@ class KIVO_EXPORT StreamImplMapped : public StreamImpl {
 
  private:
   friend class StreamMappedIteratorImpl;
+
+  // Where index is or would go in the map.
+  ElementMap::iterator placeFor(const Index& index);
 
   // Deep copies of other's entries.
   void copyElements(const StreamImplMapped& other);

@@ -36,7 +36,7 @@ class KIVO_EXPORT Structure : public RefCounted, public Checkpointed {
   static constexpr uint64_t kMaxElementSize = uint64_t(64) << 20;
 
   // A new heap structure named "structure", no members, count 0: the caller
-  // takes the references.
+  // takes the references (a kivo::Ref holds one).
   static Structure* create();
   // Named "structure" (or name; null also gives "structure"), no members.
   Structure();
@@ -82,7 +82,9 @@ class KIVO_EXPORT Structure : public RefCounted, public Checkpointed {
   // Returns true (false for a null block).
   bool fillWithDefaultChunk(char* block) const;
   // A new block of defaults copied from the default block; null when there is
-  // no size. Free it with destroyChunk(), then delete[].
+  // no size. The default block keeps the size it was built with: members
+  // added since then get their defaults here rather than bytes read past its
+  // end. Free it with destroyChunk(), then delete[].
   char* allocateDefaultChunk() const;
   // Copies src into dst bytewise, then gives dst fresh copies of the strings.
   // Returns true (false for a null block).
@@ -131,6 +133,7 @@ class KIVO_EXPORT Structure : public RefCounted, public Checkpointed {
 
  private:
   friend class StructureIterator;
+  friend class Handle;  // reads the current member without a call
 
   // The names of the members once there are many, for addMember's check.
   struct MemberNames;

@@ -29,7 +29,9 @@ class KIVO_EXPORT StreamSerializerRaw : public StreamSerializer {
   // newline, the last a count ("2 errors found, Stream not created"). An
   // element that the stream refuses to store is left out without failing
   // the read. Input ending before "endStream" and lines longer than 1023
-  // characters fail the read.
+  // characters fail the read. Each element is handed to the stream on its
+  // first member, not on the last member the values were read into, so the
+  // handles a mapped stream keeps start there however a line was read.
   Stream* read(std::istream& input, std::string& errors) const override;
   // Writes the whole stream. Returns the number of members that could not be
   // written; appends their messages and a count line to errors (and "Error in

@@ -38,9 +38,10 @@ class KIVO_EXPORT StructureSerializer {
   virtual const char* formatType() const = 0;
   virtual ~StructureSerializer();
   // Parses one Structure from input. Returns a new, unregistered structure
-  // with reference count 0 (the caller takes the first reference), or null on
-  // failure; errors receives the problems found. The text is read to the end
-  // of input: a structure text stands alone in its stream.
+  // with reference count 0 (the caller takes the first reference: hold it in
+  // a kivo::Ref at once), or null on failure; errors receives the problems
+  // found. The text is read to the end of input: a structure text stands
+  // alone in its stream.
   virtual Structure* read(std::istream& input, std::string& errors) const = 0;
   // Writes the structure. Returns 0 on success, non-zero on failure.
   virtual int write(const Structure& structure, std::ostream& output) const = 0;

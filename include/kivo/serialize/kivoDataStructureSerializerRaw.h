@@ -18,7 +18,7 @@ class KIVO_EXPORT StructureSerializerRaw : public StructureSerializer {
 
   // Sets errors to empty, then reads the whole rest of input as one
   // structure. Returns a new, unregistered structure with count 0 (the caller
-  // takes the first reference), or null. Every problem found is listed in
+  // takes the first reference: hold it in a kivo::Ref at once), or null. Every problem found is listed in
   // errors, one per line, without a newline after the last. A field without
   // exactly one "=" is reported but does not fail the read; every other
   // message does (bad brackets, unknown types, a member refused for its size,
