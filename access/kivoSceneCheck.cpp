@@ -21,6 +21,7 @@
 #include <kivo/data/kivoDataStructure.h>
 #include <kivo/serialize/kivoDataAssociationsSerializer.h>
 #include <kivo/serialize/kivoDataStructureSerializer.h>
+#include <kivo/support/kivoRef.h>
 
 #include "access/kivoDataAccessorTarnInternal.h"
 #include "access/kivoSceneFile.h"
@@ -239,11 +240,9 @@ bool AccessorTarn::checkFile(const std::string& fileName, std::vector<Finding>& 
       }
       // Writing it takes and drops a reference: the structure is held
       // first, and then left to the registry, or deleted when refused.
-      const Structure* held = structure.release();
-      held->ref();
+      const Ref<Structure> held(structure.release());
       structures[held->name()].emplace_back(line, structureText(*held));
-      Structure::registerStructure(*const_cast<Structure*>(held));
-      held->unref();
+      Structure::registerStructure(*held);
       continue;
     }
     if (binary && entry.beforeFirstStructure && anyStructure) {

@@ -232,12 +232,8 @@ std::string associationsText(const Associations& associations) {
   return out.str();
 }
 
-StructureList::~StructureList() {
-  for (const Structure* structure : fItems) structure->unref();
-}
-
 void StructureList::add(const Structure& structure) {
-  structure.ref();
+  fHeld.emplace_back(&structure);
   fItems.push_back(&structure);
 }
 
@@ -258,7 +254,7 @@ void parseStructures(const std::string& text, StructureList& out) {
     const std::string where = "Line " + std::to_string(number) + ": ";
     std::istringstream in(line);
     std::string errors;
-    std::unique_ptr<Structure> structure(format->read(in, errors));
+    Ref<Structure> structure(format->read(in, errors));
     if (!structure || !trimmed(errors).empty()) {
       throw Failure(where + messagesOr(errors, "no structure could be read."));
     }
@@ -267,7 +263,7 @@ void parseStructures(const std::string& text, StructureList& out) {
       if (*earlier == *structure) continue;
       throw Failure(where + "structure " + name + " is declared twice, differently.");
     }
-    out.add(*structure.release());
+    out.add(*structure);
   }
 }
 

@@ -62,7 +62,6 @@ class StructureList {
   StructureList() = default;
   StructureList(const StructureList&) = delete;
   StructureList& operator=(const StructureList&) = delete;
-  ~StructureList();
   // Takes one reference on structure.
   void add(const Data::Structure& structure);
   const std::vector<const Data::Structure*>& items() const { return fItems; }
@@ -71,6 +70,7 @@ class StructureList {
 
  private:
   std::vector<const Data::Structure*> fItems;
+  std::vector<Ref<const Data::Structure>> fHeld;
 };
 
 // Reads structure declarations in the raw format, one per line (the form
