@@ -446,3 +446,38 @@ TEST_F(KivoMetaEdit, UnderTheCLocaleUtf8TextStillConverts) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(KivoMetaEdit, CopyAndDiffBetweenFormats) {
+  makeDemo();
+  struct Step {
+    std::vector<std::string> args;
+    int code;
+    const char* output;  // the start of stdout, or of stderr on failure
+  };
+  const Step steps[] = {
+      {{"diff", "demo.ta", "demo.tb"}, 0, "The metadata of the two files is the same.\n"},
+      {{"copy", "demo.ta", "demo.tb", "--node", "pPlaneShape1", "--as", "pCopy"}, 0,
+       "demo.tb: copied 1 channel, 1 stream of node pPlaneShape1 of demo.ta into node pCopy\n"},
+      {{"diff", "demo.ta", "demo.tb"}, 1, "node pCopy: only in the second file\n"},
+      {{"copy", "demo.tb", "demo.ta", "--node", "pCopy", "--dry-run"}, 0,
+       "demo.ta: would copy 1 channel, 1 stream of node pCopy of demo.tb into node pCopy (dry "
+       "run)\n"},
+      {{"copy", "demo.tb", "demo.ta", "--node", "pCopy"}, 0, "demo.ta: copied"},
+      {{"diff", "demo.ta", "demo.tb"}, 0, "The metadata of the two files is the same.\n"},
+      {{"copy", "demo.ta", "demo.tb", "--node", "nope"}, 1,
+       "kivo-meta: demo.tb: The file holds no metadata for node nope.\n"},
+      {{"remove", "demo.tb", "--node", "pCubeShape1"}, 0, "demo.tb: removed"},
+      {{"diff", "demo.tb", "demo.ta"}, 1, "node pCubeShape1: only in the second file\n"},
+  };
+  for (const Step& step : steps) {
+    SCOPED_TRACE(commandLine(step.args));
+    const Result result = run(step.args);
+    EXPECT_EQ(result.code, step.code) << result.err;
+    const std::string& text = step.code == 0 || !result.err.size() ? result.out : result.err;
+    EXPECT_EQ(text.rfind(step.output, 0), 0u) << text;
+  }
+}
+
+}  // namespace

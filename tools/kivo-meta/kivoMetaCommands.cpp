@@ -14,6 +14,9 @@
 #include <iostream>
 #include <iterator>
 #include <sstream>
+#include <optional>
+#include <set>
+#include <map>
 #include <utility>
 
 namespace kivo::Meta {
@@ -405,6 +408,156 @@ int repairFiles(const std::vector<std::string>& files, bool dryRun) {
     } catch (const std::exception& failure) {
       reporter.failure(file, failure.what());
     }
+  }
+  return reporter.exitCode();
+}
+
+namespace {
+
+// The raw text of every stream of a scene, by "target / channel / stream",
+// and of every structure, by name.
+struct Contents {
+  std::map<std::string, std::string> structures;
+  std::map<std::string, std::set<std::string>> channels;  // target -> channel names
+  std::map<std::string, std::pair<std::string, unsigned int>> streams;  // text, elements
+};
+
+Contents contentsOf(const Accessor& scene) {
+  Contents contents;
+  for (const Structure* structure : scene.structures())
+    contents.structures[structure->name()] = structureText(*structure);
+  const Data::StreamSerializer* raw = Data::StreamSerializer::formatByName("raw");
+  for (const auto& [key, associations] : scene.associations()) {
+    const std::string target = Target{key.empty(), key}.describe();
+    contents.channels[target];
+    for (unsigned int c = 0; c < associations.channelCount(); ++c) {
+      const Data::Channel channel = associations.channelAt(c);
+      contents.channels[target].insert(channel.name());
+      for (unsigned int i = 0; i < channel.dataStreamCount(); ++i) {
+        const Data::Stream* stream = channel.dataStream(i);
+        if (!stream) continue;
+        std::ostringstream text;
+        std::string ignored;
+        if (raw) raw->write(*stream, text, ignored);
+        contents.streams[target + " / channel " + channel.name() + " / stream " +
+                         stream->name()] = {text.str(), stream->elementCount()};
+      }
+    }
+  }
+  return contents;
+}
+
+// One line per difference of a and b, keyed like Contents.
+template <class Map, class Same>
+void compare(const Map& a, const Map& b, const std::string& kind, Same same,
+             std::vector<Json>& out) {
+  for (const auto& [key, value] : a) {
+    const auto other = b.find(key);
+    if (other == b.end()) {
+      out.push_back({{"what", kind + key}, {"difference", "only in the first file"}});
+    } else if (!same(value, other->second)) {
+      out.push_back({{"what", kind + key}, {"difference", "differs"}});
+    }
+  }
+  for (const auto& [key, value] : b) {
+    if (a.count(key) == 0)
+      out.push_back({{"what", kind + key}, {"difference", "only in the second file"}});
+  }
+}
+
+}  // namespace
+
+int diffFiles(const std::string& first, const std::string& second, bool json) {
+  Reporter reporter(2);
+  try {
+    const Contents a = contentsOf(*readScene(first));
+    const Contents b = contentsOf(*readScene(second));
+    std::vector<Json> differences;
+    const auto equal = [](const auto& x, const auto& y) { return x == y; };
+    compare(a.structures, b.structures, "structure ", equal, differences);
+    compare(a.channels, b.channels, "", [](const auto&, const auto&) { return true; },
+            differences);
+    for (const auto& [target, names] : a.channels) {
+      const auto other = b.channels.find(target);
+      if (other == b.channels.end()) continue;
+      std::map<std::string, int> first, second;
+      for (const std::string& name : names) first[name];
+      for (const std::string& name : other->second) second[name];
+      compare(first, second, target + " / channel ", equal, differences);
+    }
+    for (const auto& [key, value] : a.streams) {
+      const auto other = b.streams.find(key);
+      if (other == b.streams.end() || other->second.first == value.first) continue;
+      differences.push_back({{"what", key},
+                             {"difference", "differs (" + std::to_string(value.second) + " and " +
+                                                std::to_string(other->second.second) +
+                                                " elements)"}});
+    }
+    for (const auto& [key, value] : b.streams) {
+      const size_t cut = key.rfind(" / stream ");
+      if (a.streams.count(key) == 0 && a.channels.count(key.substr(0, key.find(" / "))) &&
+          cut != std::string::npos)
+        differences.push_back({{"what", key}, {"difference", "only in the second file"}});
+    }
+    for (const auto& [key, value] : a.streams) {
+      if (b.streams.count(key) == 0 && b.channels.count(key.substr(0, key.find(" / "))))
+        differences.push_back({{"what", key}, {"difference", "only in the first file"}});
+    }
+    if (json) {
+      reporter.output(jsonText({{"first", first},
+                                {"second", second},
+                                {"same", differences.empty()},
+                                {"differences", differences}}));
+    } else {
+      std::string text;
+      for (const Json& d : differences)
+        text += printable(d["what"].get<std::string>()) + ": " +
+                d["difference"].get<std::string>() + "\n";
+      reporter.output(text.empty() ? "The metadata of the two files is the same.\n" : text);
+    }
+    if (!differences.empty()) reporter.markFailed();
+  } catch (const std::exception& failure) {
+    reporter.failure(first + ", " + second, failure.what());
+  }
+  return reporter.exitCode();
+}
+
+int copyAssociations(const std::string& source, const std::string& destination,
+                     const Target& target, const std::optional<std::string>& as, bool dryRun) {
+  Reporter reporter(1);
+  try {
+    std::unique_ptr<Accessor> from = readScene(source);
+    const Associations& associations = findTarget(*from, target);
+    const Target to = as ? Target{false, *as} : target;
+    std::unique_ptr<Accessor> scene = readScene(destination, !dryRun);
+    // The copy's streams keep their structures: those the destination
+    // lacks come along; one it declares differently is refused.
+    Accessor::StructureSet structures = scene->structures();
+    std::vector<const Structure*> used;
+    for (unsigned int c = 0; c < associations.channelCount(); ++c) {
+      const Data::Channel channel = associations.channelAt(c);
+      for (unsigned int i = 0; i < channel.dataStreamCount(); ++i) {
+        if (const Data::Stream* stream = channel.dataStream(i)) used.push_back(&stream->structure());
+      }
+    }
+    for (const Structure* needed : used) {
+      const auto same = structures.find(needed);
+      if (same == structures.end()) {
+        structures.insert(needed);
+      } else if (!(**same == *needed)) {
+        throw Failure("Structure " + std::string(needed->name()) +
+                      " is declared differently in " + destination + ".");
+      }
+    }
+    scene->setStructures(structures);
+    scene->associations()[to.key()] = associations;
+    const std::string summary = streamSummary(associations);
+    if (!dryRun) writeScene(*scene);
+    reporter.output(printable(destination) + (dryRun ? ": would copy " : ": copied ") + summary +
+                    " of " + printable(target.describe()) + " of " + printable(source) +
+                    " into " + printable(to.describe()) + (dryRun ? " (dry run)\n" : "\n"));
+  } catch (const std::exception& failure) {
+    reporter.failure(destination, failure.what());
   }
   return reporter.exitCode();
 }

@@ -53,6 +53,13 @@ int checkFiles(const std::vector<std::string>& files, bool json);
 // Rewrites each file that has problems cleanly with the metadata the reader
 // sees, and checks it again.
 int repairFiles(const std::vector<std::string>& files, bool dryRun);
+// The differences of two files' metadata: structures, targets, channels and
+// streams only in one of them or different; exit 1 when there are any.
+int diffFiles(const std::string& first, const std::string& second, bool json);
+// Copies one target's associations (and the structures their streams need)
+// from source into destination, under the same target or node as.
+int copyAssociations(const std::string& source, const std::string& destination,
+                     const Target& target, const std::optional<std::string>& as, bool dryRun);
 // Finishes what an interrupted rewrite left beside each file: rolls the file
 // back from a complete journal, removes an incomplete one.
 int recoverFiles(const std::vector<std::string>& files);

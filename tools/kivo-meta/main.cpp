@@ -206,6 +206,27 @@ int main(int argc, char** argv) {
   addFiles(repair, true);
   repair->add_flag("--dry-run", dryRun, "Report what would be mended, change nothing");
 
+  std::string second;
+  CLI::App* diff = app.add_subcommand(
+      "diff", "The differences of two files' metadata (structures, targets, channels, streams); "
+              "exit 1 when there are any");
+  diff->add_option("A", file, "First scene file")->required();
+  diff->add_option("B", second, "Second scene file")->required();
+  diff->add_flag("--json", json, "One JSON document for scripts");
+
+  std::string as;
+  CLI::App* copy = app.add_subcommand(
+      "copy", "Copy one node's (or the scene's) associations from SRC into DST, with the "
+              "structures they need");
+  copy->add_option("SRC", file, "Scene file to copy from")->required();
+  copy->add_option("DST", second, "Scene file to copy into")->required();
+  TargetOptions copyTarget;
+  addTarget(*copy, copyTarget, true);
+  copy->add_option("--as", as, "Store them under node NAME in DST")
+      ->type_name("NAME")
+      ->check(nodeNameValidator());
+  copy->add_flag("--dry-run", dryRun, "Check everything, change nothing");
+
   std::vector<std::string> recoverFilesList;
   CLI::App* recover = app.add_subcommand(
       "recover",
@@ -250,6 +271,11 @@ int main(int argc, char** argv) {
   if (externals->parsed()) return listExternals(files, json);
   if (recover->parsed()) return recoverFiles(recoverFilesList);
   if (check->parsed()) return checkFiles(files, json);
+  if (diff->parsed()) return diffFiles(file, second, json);
+  if (copy->parsed()) {
+    return copyAssociations(file, second, *copyTarget.chosen(),
+                            as.empty() ? std::nullopt : std::optional<std::string>(as), dryRun);
+  }
   if (repair->parsed()) return repairFiles(files, dryRun);
   if (demo->parsed()) return runDemo(directory);
   return kUsageError;
