@@ -409,7 +409,14 @@ TEST_F(KivoMetaCheck, RepairMendsWhatCheckFindsOnceAndForAll) {
   const size_t trailer = text.find("// End of");
   text.insert(trailer, "\t\tpOld;\n" + text.substr(first, cube - first));
   writeBytes(fDir / "demo.ta", text);
+  const Result lines = run({"check", "--jsonl", "demo.tb", "missing.ta"});
+  EXPECT_EQ(lines.code, 1);
+  EXPECT_EQ(lines.out,
+            "{\"kivoFormat\":1,\"file\":\"demo.tb\",\"ok\":true,\"findings\":[]}\n"
+            "{\"kivoFormat\":1,\"file\":\"missing.ta\",\"ok\":false,\"error\":\"No such file "
+            "or directory.\"}\n");
   const Json found = json({"check", "--json", "demo.ta"}, 1);
+  EXPECT_EQ(found["kivoFormat"], 1);
   EXPECT_FALSE(found["files"][0]["ok"].get<bool>());
   EXPECT_EQ(found["files"][0]["findings"].size(), 2u);
   EXPECT_EQ(run({"repair", "--dry-run", "demo.ta"}).code, 0);

@@ -28,8 +28,29 @@ using Data::Associations;
 using Data::Structure;
 using ExternalContent = Data::AccessorTarn::ExternalContent;
 
+// The version of the JSON documents kivo-meta prints.
+constexpr int kJsonFormat = 1;
+
+// With --jsonl each file's document is printed on a line of its own as soon
+// as it is made, instead of all of them in one document at the end.
+bool gJsonLines = false;
+
 std::string jsonText(const Json& json) {
   return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+void addDocument(Reporter& reporter, Json& documents, Json document) {
+  if (gJsonLines) {
+    Json line = {{"kivoFormat", kJsonFormat}};
+    line.update(document);
+    reporter.output(line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
+  } else {
+    documents.push_back(std::move(document));
+  }
+}
+
+void finishDocuments(Reporter& reporter, const Json& documents) {
+  if (!gJsonLines) reporter.output(jsonText({{"kivoFormat", kJsonFormat}, {"files", documents}}));
 }
 
 Json failureJson(const std::string& file, const std::string& text) {
@@ -186,16 +207,16 @@ int listFiles(const std::vector<std::string>& files, bool json) {
     try {
       std::unique_ptr<Accessor> scene = readScene(file);
       if (json) {
-        documents.push_back(listingJson(file, *scene));
+        addDocument(reporter, documents, listingJson(file, *scene));
       } else {
         reporter.output(listingText(file, *scene));
       }
     } catch (const std::exception& failure) {
       reporter.failure(file, failure.what());
-      if (json) documents.push_back(failureJson(file, failure.what()));
+      if (json) addDocument(reporter, documents, failureJson(file, failure.what()));
     }
   }
-  if (json) reporter.output(jsonText({{"files", documents}}));
+  if (json) finishDocuments(reporter, documents);
   return reporter.exitCode();
 }
 
@@ -299,16 +320,16 @@ int listExternals(const std::vector<std::string>& files, bool json) {
       std::unique_ptr<Accessor> scene = readScene(file);
       const std::vector<ExternalEntry> entries = externalEntries(*scene);
       if (json) {
-        documents.push_back(externalsJson(file, entries));
+        addDocument(reporter, documents, externalsJson(file, entries));
       } else {
         reporter.output(externalsText(file, entries));
       }
     } catch (const std::exception& failure) {
       reporter.failure(file, failure.what());
-      if (json) documents.push_back(failureJson(file, failure.what()));
+      if (json) addDocument(reporter, documents, failureJson(file, failure.what()));
     }
   }
-  if (json) reporter.output(jsonText({{"files", documents}}));
+  if (json) finishDocuments(reporter, documents);
   return reporter.exitCode();
 }
 
@@ -333,6 +354,7 @@ std::string findingsText(const std::vector<Finding>& findings) {
 
 // The findings of one file; throws Failure when the check cannot run.
 std::vector<Finding> findingsOf(const std::string& file) {
+  checkReadable(file);
   std::vector<Finding> findings;
   std::string errors;
   if (!Data::AccessorTarn::checkFile(file, findings, errors))
@@ -363,7 +385,7 @@ int checkFiles(const std::vector<std::string>& files, bool json) {
                           {"line", finding.line},
                           {"message", finding.message}});
         }
-        documents.push_back({{"file", file}, {"ok", !problems}, {"findings", list}});
+        addDocument(reporter, documents, {{"file", file}, {"ok", !problems}, {"findings", list}});
       } else {
         const size_t problemCount = static_cast<size_t>(std::count_if(
             findings.begin(), findings.end(), [](const Finding& f) { return f.problem; }));
@@ -376,10 +398,10 @@ int checkFiles(const std::vector<std::string>& files, bool json) {
       }
     } catch (const std::exception& failure) {
       reporter.failure(file, failure.what());
-      if (json) documents.push_back(failureJson(file, failure.what()));
+      if (json) addDocument(reporter, documents, failureJson(file, failure.what()));
     }
   }
-  if (json) reporter.output(jsonText({{"files", documents}}));
+  if (json) finishDocuments(reporter, documents);
   return reporter.exitCode();
 }
 
@@ -504,7 +526,8 @@ int diffFiles(const std::string& first, const std::string& second, bool json) {
         differences.push_back({{"what", key}, {"difference", "only in the first file"}});
     }
     if (json) {
-      reporter.output(jsonText({{"first", first},
+      reporter.output(jsonText({{"kivoFormat", kJsonFormat},
+                                {"first", first},
                                 {"second", second},
                                 {"same", differences.empty()},
                                 {"differences", differences}}));
@@ -607,5 +630,7 @@ int remapExternals(const std::vector<std::string>& files, const std::string& fro
   }
   return reporter.exitCode();
 }
+
+void setJsonLines(bool lines) { gJsonLines = lines; }
 
 }  // namespace kivo::Meta

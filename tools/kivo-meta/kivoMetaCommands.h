@@ -60,6 +60,9 @@ int diffFiles(const std::string& first, const std::string& second, bool json);
 // from source into destination, under the same target or node as.
 int copyAssociations(const std::string& source, const std::string& destination,
                      const Target& target, const std::optional<std::string>& as, bool dryRun);
+// With lines, list, externals and check print one JSON object per file per
+// line (each with "kivoFormat") instead of one document.
+void setJsonLines(bool lines);
 // Finishes what an interrupted rewrite left beside each file: rolls the file
 // back from a complete journal, removes an incomplete one.
 int recoverFiles(const std::vector<std::string>& files);

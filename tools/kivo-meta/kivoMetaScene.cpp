@@ -192,16 +192,20 @@ void checkNodeName(const std::string& node) {
   }
 }
 
-std::unique_ptr<Accessor> readScene(const std::string& file, bool forWrite) {
+void checkReadable(const std::string& file) {
   struct stat status;
   if (::stat(file.c_str(), &status) != 0) throw Failure(std::string(std::strerror(errno)) + ".");
   if (S_ISDIR(status.st_mode)) throw Failure("Is a directory.");
-  std::string errors;
-  std::unique_ptr<Accessor> scene = Accessor::accessorByExtension(file);
-  if (!scene) {
+  if (!Accessor::accessorByExtension(file)) {
     throw Failure("No factory registered for type of file \"" + file + "\"");
   }
   if (status.st_size == 0) throw Failure("The file is empty.");
+}
+
+std::unique_ptr<Accessor> readScene(const std::string& file, bool forWrite) {
+  checkReadable(file);
+  std::string errors;
+  std::unique_ptr<Accessor> scene = Accessor::accessorByExtension(file);
   scene->setHoldForWrite(forWrite);
   scene->setCleanRewrite(true);
   if (!scene->read(file, errors)) {

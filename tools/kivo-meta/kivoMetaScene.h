@@ -41,6 +41,11 @@ struct Target {
 // without blanks, control characters, ';' or '"'. Throws Failure otherwise.
 void checkNodeName(const std::string& node);
 
+// Throws Failure with the cause when file cannot be a scene to read: it does
+// not exist ("No such file or directory."), is a folder, has an extension
+// no accessor knows, or is empty.
+void checkReadable(const std::string& file);
+
 // Reads every structure and every associations of file through the
 // accessor its extension selects. Throws Failure with the library's
 // messages ("No factory registered for type of file ..." and the format's

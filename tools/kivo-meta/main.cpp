@@ -116,6 +116,7 @@ int main(int argc, char** argv) {
   bool json = false;
   bool dryRun = false;
   bool recursive = false;
+  bool jsonLines = false;
   app.add_flag("-q,--quiet", kivo::Meta::Reporter::sQuiet,
                "Print nothing but failures (the exit code tells the rest)");
   const auto addFiles = [&](CLI::App* command, bool required) {
@@ -129,6 +130,7 @@ int main(int argc, char** argv) {
       "list", "Per file: its structures and the associations of its nodes and scene");
   addFiles(list, true);
   list->add_flag("--json", json, "One JSON document for scripts");
+  list->add_flag("--jsonl", jsonLines, "One JSON object per file per line");
 
   bool structures = false;
   CLI::App* show = app.add_subcommand(
@@ -172,6 +174,7 @@ int main(int argc, char** argv) {
       "externals", "The external content table: node, key, upath, rpath, roles");
   addFiles(externals, false);
   externals->add_flag("--json", json, "One JSON document for scripts");
+  externals->add_flag("--jsonl", jsonLines, "One JSON object per file per line");
   externals->require_subcommand(0, 1);
 
   std::string from;
@@ -199,6 +202,7 @@ int main(int argc, char** argv) {
       "rewrite; exit 1 when any file has a problem");
   addFiles(check, true);
   check->add_flag("--json", json, "One JSON document for scripts");
+  check->add_flag("--jsonl", jsonLines, "One JSON object per file per line");
 
   CLI::App* repair = app.add_subcommand(
       "repair", "Rewrite each file that has problems with the metadata the reader sees, once "
@@ -259,6 +263,8 @@ int main(int argc, char** argv) {
 
   using namespace kivo::Meta;
   files = expanded(files, recursive);
+  setJsonLines(jsonLines);
+  json = json || jsonLines;
   recoverFilesList = expanded(recoverFilesList, recursive);
   if (list->parsed()) return listFiles(files, json);
   if (show->parsed()) return showFile(file, showTarget.chosen(), structures);
