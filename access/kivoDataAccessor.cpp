@@ -1,6 +1,7 @@
 #include <kivo/access/kivoDataAccessor.h>
 
 #include <cxxabi.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +17,7 @@
 #include "access/kivoDataAccessorTarnInternal.h"
 #include "access/kivoSceneFile.h"
 #include "support/kivoPrintLine.h"
+#include "support/kivoReadAllowance.h"
 
 namespace kivo::Data {
 namespace {
@@ -36,6 +38,12 @@ FactoryRegistry& factories() {
     return fresh;
   }();
   return registry;
+}
+
+// The size of the file named, 0 when it cannot be known.
+uint64_t fileBytes(const std::string& fileName) {
+  struct stat status {};
+  return ::stat(fileName.c_str(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
 // Lower-cases ASCII letters only, byte by byte.
@@ -155,6 +163,7 @@ std::unique_ptr<Accessor> Accessor::readFile(const std::string& fileName, std::s
 bool Accessor::read(const std::string& fileName, const std::set<std::string>* structureNames,
                     const std::set<std::string>* associationsNames, std::string& errors) {
   IsolatedRegistry isolated;
+  Detail::ReadAllowance allowance(fileBytes(fileName));
   State& state = *fState;
   // The structures of an earlier read stay alive: pointers to them may have
   // been handed out. Their references move to the retired list.
