@@ -3,7 +3,10 @@
 namespace kivo::Detail {
 namespace {
 
-constexpr uint64_t kSlack = uint64_t(64) << 20;
+// 64 MiB less the 1 MiB kept for what the text itself builds (names,
+// members, bookkeeping), so that a small file's read stays within twice
+// the file plus 64 MiB in all.
+constexpr uint64_t kSlack = uint64_t(63) << 20;
 
 ReadAllowance*& installed() {
   static ReadAllowance* allowance = nullptr;
@@ -47,7 +50,7 @@ std::string pastReadAllowance(const std::string& structure, uint64_t elementByte
   return "Structure '" + structure + "' has elements of " + std::to_string(elementBytes) +
          " bytes: reading stream '" + stream + "' would take this read past the " +
          std::to_string(limit) +
-         " bytes it may hold without text behind them (twice the file's size plus 64 MiB)";
+         " bytes it may hold without text behind them (twice the file's size plus 63 MiB)";
 }
 
 }  // namespace kivo::Detail

@@ -3,9 +3,10 @@
 // to 64 MiB wide in a few bytes, and every stream on it needs the
 // structure's default element and, to read its first element into, a
 // working element: those blocks are counted here, against twice the file's
-// size plus 64 MiB, while an accessor reads. Elements read from the file are
-// not: each of their values is in the text. Process-wide, like the
-// structure registry that a read already takes over: one read at a time.
+// size plus 63 MiB (the last MiB of 64 is left to what the text builds),
+// while an accessor reads. Elements read from the file are not: each of
+// their values is in the text. Process-wide, like the structure registry
+// that a read already takes over: one read at a time.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +17,7 @@ namespace kivo::Detail {
 
 class ReadAllowance {
  public:
-  // Installs an allowance of twice fileBytes plus 64 MiB for the life of
+  // Installs an allowance of twice fileBytes plus 63 MiB for the life of
   // this object (the one it replaces comes back after it).
   explicit ReadAllowance(uint64_t fileBytes);
   ~ReadAllowance();
@@ -45,7 +46,7 @@ class ReadAllowance {
 
 // "Structure 'S' has elements of N bytes: reading stream 'T' would take this
 // read past the L bytes it may hold without text behind them (twice the
-// file's size plus 64 MiB)"
+// file's size plus 63 MiB)"
 std::string pastReadAllowance(const std::string& structure, uint64_t elementBytes,
                               const std::string& stream, uint64_t limit);
 

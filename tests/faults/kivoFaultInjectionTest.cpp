@@ -807,7 +807,7 @@ TEST_F(ReadMemory, SizeFieldsDoNotDriveAllocations) {
   // of large elements: a read holds at most twice the file plus 1 MiB,
   // whatever the size fields say, and 64 MiB more where the file declares
   // large elements (streams share their structure's default element; past
-  // that allowance the read is refused).
+  // twice the file and 63 MiB of such blocks the read is refused).
   struct Hostile {
     const char* what;
     const char* extension;
@@ -819,6 +819,8 @@ TEST_F(ReadMemory, SizeFieldsDoNotDriveAllocations) {
     // What may come on top: 64 MiB more where structures declare large
     // elements that no text stands behind.
     uint64_t slack = 1u << 20;
+    // A line the refusal must give.
+    const char* says = "";
   };
   // Streams without elements on structures of elementBytes-byte elements,
   // one associations statement in all.
@@ -876,7 +878,10 @@ TEST_F(ReadMemory, SizeFieldsDoNotDriveAllocations) {
       {"150 streams of one structure of 40,000,000-byte elements", "ta",
        wideStreams(1, 150, 40000000), false, 2, kWide},
       {"100 structures of 64 MiB elements, a stream on each", "ta",
-       wideStreams(100, 100, 64u << 20), true, 2, kWide},
+       wideStreams(100, 100, 64u << 20), true, 2, 1u << 20,
+       "Structure 'B99' has elements of 67108864 bytes: reading stream 's99' would take this "
+       "read past the 66081294 bytes it may hold without text behind them (twice the file's "
+       "size plus 63 MiB)\n"},
   };
   for (const Hostile& c : cases) {
     SCOPED_TRACE(c.what);
@@ -893,6 +898,7 @@ TEST_F(ReadMemory, SizeFieldsDoNotDriveAllocations) {
     }
     EXPECT_EQ(ok, !c.refused);
     EXPECT_EQ(errors.empty(), !c.refused);
+    EXPECT_NE(errors.find(c.says), std::string::npos) << errors;
     EXPECT_LE(bytes, c.times * c.content.size() + c.slack)
         << "largest allocation " << Faults::largestAllocation();
     std::cout << "[ memory   ] " << c.extension << ", " << c.what << ": " << c.content.size() << "-byte file, " << bytes
