@@ -163,7 +163,6 @@ std::unique_ptr<Accessor> Accessor::readFile(const std::string& fileName, std::s
 bool Accessor::read(const std::string& fileName, const std::set<std::string>* structureNames,
                     const std::set<std::string>* associationsNames, std::string& errors) {
   IsolatedRegistry isolated;
-  Detail::ReadAllowance allowance(fileBytes(fileName));
   State& state = *fState;
   // The structures of an earlier read stay alive: pointers to them may have
   // been handed out. Their references move to the retired list.
@@ -172,6 +171,7 @@ bool Accessor::read(const std::string& fileName, const std::set<std::string>* st
   state.structures.clear();
   state.associations.clear();
   state.fileName = fileName;
+  Detail::ReadAllowance allowance(fileBytes(fileName));
 
   bool result = false;
   try {
