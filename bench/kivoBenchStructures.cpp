@@ -1,5 +1,5 @@
 // Group 6: structure count. "ta" scenes declaring 20,000, 100,000 and
-// 200,000 structures of two members (about 63 bytes of statement each),
+// 200,000 structures of two members (about 77 bytes of statement each),
 // read whole: every declaration is parsed and registered, then handed to
 // the accessor, as `kivo-meta list` does. Linear reading keeps the time per
 // structure flat across the three.

@@ -477,7 +477,8 @@ Structure* Structure::structureByName(const char* name) {
 
 bool Structure::deregisterStructure(Structure& structure) {
   Registry& r = indexedRegistry();
-  if (!structure.fIndexed || r.set.erase(&structure) == 0) return false;
+  // The set is asked first: a structure that is not in it is not touched.
+  if (r.set.erase(&structure) == 0) return false;
   r.unindex(&structure);
   structure.unref();
   return true;
