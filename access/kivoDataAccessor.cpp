@@ -1,6 +1,7 @@
 #include <kivo/access/kivoDataAccessor.h>
 
 #include <cxxabi.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +17,7 @@
 #include "access/kivoDataAccessorTarnInternal.h"
 #include "access/kivoSceneFile.h"
 #include "support/kivoPrintLine.h"
+#include "support/kivoReadAllowance.h"
 
 namespace kivo::Data {
 namespace {
@@ -36,6 +38,12 @@ FactoryRegistry& factories() {
     return fresh;
   }();
   return registry;
+}
+
+// The size of the file named, 0 when it cannot be known.
+uint64_t fileBytes(const std::string& fileName) {
+  struct stat status {};
+  return ::stat(fileName.c_str(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
 // Lower-cases ASCII letters only, byte by byte.
@@ -146,6 +154,7 @@ bool Accessor::read(const std::string& fileName, const std::set<std::string>* st
   state.structures.clear();
   state.associations.clear();
   state.fileName = fileName;
+  Detail::ReadAllowance allowance(fileBytes(fileName));
 
   bool result = false;
   try {

@@ -73,6 +73,10 @@ class MedianReporter : public benchmark::ConsoleReporter {
          "Storage/iterate/vector", 0},
         {"ta metadata read, 1 GiB / 1 MiB", "Scene/read/ta/1GiB", "Scene/read/ta/1MiB", 1.2},
         {"tb metadata read, 1 GiB / 1 MiB", "Scene/read/tb/1GiB", "Scene/read/tb/1MiB", 1.2},
+        {"ta structures, 100k / 20k (linear: 5)", "Structures/ta/100000", "Structures/ta/20000",
+         6.0},
+        {"ta structures, 200k / 20k (linear: 10)", "Structures/ta/200000", "Structures/ta/20000",
+         12.0},
         {"ta metadata write, 1 GiB / 1 MiB", "Scene/write/ta/1GiB", "Scene/write/ta/1MiB", 0},
         {"tb metadata write, 1 GiB / 1 MiB", "Scene/write/tb/1GiB", "Scene/write/tb/1MiB", 0},
     };

@@ -43,31 +43,41 @@ void printIndexLine(kivo::Debug::Print& print, const char* label, const Index& i
   Detail::endLine(print);
 }
 
+// The stand-in for missing elements: a view of the structure's default
+// block, which every stream of the structure shares; a copy of its own only
+// when that block is shorter than an element.
+Handle defaultElement(const Structure& structure) {
+  if (const char* shared = structure.sharedDefaultElement()) {
+    return Handle(structure, const_cast<char*>(shared));
+  }
+  return Handle(structure);
+}
+
 }  // namespace
 
 uint64_t StreamImplMapped::_objectsCreated = 0;
 uint64_t StreamImplMapped::_objectsAlive = 0;
 
 StreamImplMapped::StreamImplMapped(const Structure& structure, const std::string& name)
-    : StreamImpl(structure, name), fDefault(structure) {
+    : StreamImpl(structure, name), fDefault(defaultElement(structure)) {
   ++_objectsCreated;
   ++_objectsAlive;
 }
 
 StreamImplMapped::StreamImplMapped(const StreamImpl& base)
-    : StreamImpl(base), fDefault(base.structure()) {
+    : StreamImpl(base), fDefault(defaultElement(base.structure())) {
   ++_objectsCreated;
   ++_objectsAlive;
 }
 
-StreamImplMapped::StreamImplMapped() : StreamImpl(), fDefault(structure()) {
+StreamImplMapped::StreamImplMapped() : StreamImpl(), fDefault(defaultElement(structure())) {
   ++_objectsCreated;
   ++_objectsAlive;
 }
 
 StreamImplMapped::StreamImplMapped(const StreamImplMapped& other)
     : StreamImpl(other),
-      fDefault(other.structure()),
+      fDefault(defaultElement(other.structure())),
       fLowest(other.fLowest),
       fHighest(other.fHighest) {
   copyElements(other);
@@ -81,7 +91,7 @@ StreamImplMapped& StreamImplMapped::operator=(const StreamImplMapped& other) {
   const bool sameStructure = &structure() == &other.structure();
   StreamImpl::operator=(other);
   if (!sameStructure) {
-    Handle fresh(structure());
+    Handle fresh = defaultElement(structure());
     fDefault.swap(fresh);
   }
   fLowest = other.fLowest;
@@ -193,7 +203,7 @@ bool StreamImplMapped::clear() {
 }
 
 void StreamImplMapped::structureReplaced(const Structure&) {
-  Handle fresh(structure());
+  Handle fresh = defaultElement(structure());
   fDefault.swap(fresh);
 }
 

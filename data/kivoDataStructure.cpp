@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
@@ -92,6 +93,7 @@ Structure::Structure(const Structure& other) : RefCounted(other), Checkpointed(o
 
 Structure& Structure::operator=(const Structure& other) {
   if (this == &other) return *this;
+  changingRegistered();
   objectChanged();
   fBeingDestroyed = other.fBeingDestroyed;
   std::unique_ptr<Member[]> members(other.fMemberCount ? new Member[other.fMemberCount] : nullptr);
@@ -123,6 +125,7 @@ Structure::~Structure() {
 }
 
 void Structure::setName(const char* name) {
+  changingRegistered();
   objectChanged();
   char* copy = Detail::copyName(name ? name : kDefaultName);
   Detail::freeName(fName);
@@ -160,6 +163,7 @@ bool Structure::addMember(Member::eDataType type, unsigned int length, const cha
   Member added(type, length, name, offset);
   if (fMemberCount == fMemberCapacity) growMembers();
   if (fMemberNames) fMemberNames->names.insert(added.fName);
+  changingRegistered();
   objectChanged();
   Member& slot = fMembers[fMemberCount];
   slot.fType = added.fType;
@@ -220,6 +224,11 @@ const char* Structure::defaultData() const {
     fDefaultSize = size;
   }
   return fDefaultData.get();
+}
+
+const char* Structure::sharedDefaultElement() const {
+  const char* defaults = defaultData();
+  return defaults && fDefaultSize >= totalSize() ? defaults : nullptr;
 }
 
 bool Structure::fillWithDefaultChunk(char* block) const {
@@ -292,47 +301,201 @@ StructureIterator Structure::begin() const { return StructureIterator(*this, kBe
 
 StructureIterator Structure::end() const { return StructureIterator(*this, kEnd); }
 
-// The registry releases its references when the process ends.
-Structure::StructureSet& Structure::allStructures() {
-  struct Registry {
-    ~Registry() {
-      StructureSet structures;
-      structures.swap(fSet);
-      for (Structure* structure : structures) structure->unref();
-    }
-    StructureSet fSet;
+// The registry: the set callers see and, beside it, an index of it by name
+// that registration and lookup use, so that each costs about one step
+// whatever the number of structures. The index is rebuilt from the set when
+// the set may have been changed without it: after allStructures() handed it
+// out, when its size no longer matches, or when a structure the index holds
+// changes its name or members.
+struct Structure::Registry {
+  struct ContentHash {
+    size_t operator()(const Structure* structure) const { return contentHash(*structure); }
   };
+  struct SameContent {
+    bool operator()(const Structure* a, const Structure* b) const { return *a == *b; }
+  };
+  using Contents = std::unordered_multiset<Structure*, ContentHash, SameContent>;
+
+  // The registered structures of one name: the first in the set's order
+  // apart, the others (rarely any) in order and, once there are others,
+  // all of them hashed by members as well, for the equality test.
+  struct Named {
+    bool holdsEqual(Structure* structure) const {
+      if (contents) return contents->count(structure) > 0;
+      return first && *first == *structure;
+    }
+    void add(Structure* structure) {
+      if (!first) {
+        first = structure;
+        return;
+      }
+      if (!contents) {
+        contents = std::make_unique<Contents>();
+        contents->insert(first);
+      }
+      contents->insert(structure);
+      if (std::less<Structure*>()(structure, first)) {
+        others.insert(first);
+        first = structure;
+      } else {
+        others.insert(structure);
+      }
+    }
+    // True when none is left.
+    bool remove(Structure* structure) {
+      if (contents) {
+        const auto range = contents->equal_range(structure);
+        for (auto it = range.first; it != range.second; ++it) {
+          if (*it == structure) {
+            contents->erase(it);
+            break;
+          }
+        }
+      }
+      if (structure != first) {
+        others.erase(structure);
+      } else if (others.empty()) {
+        first = nullptr;
+      } else {
+        first = *others.begin();
+        others.erase(others.begin());
+      }
+      return !first;
+    }
+
+    Structure* first = nullptr;
+    StructureSet others;
+    std::unique_ptr<Contents> contents;
+  };
+
+  ~Registry() {
+    byName.clear();
+    StructureSet structures;
+    structures.swap(set);
+    for (Structure* structure : structures) structure->unref();
+  }
+
+  void index(Structure* structure) {
+    byName[structure->fName].add(structure);
+    structure->fIndexed = true;
+    ++indexed;
+  }
+  // Erases structure from the index, which must be current.
+  void unindex(Structure* structure) {
+    structure->fIndexed = false;
+    --indexed;
+    const auto named = byName.find(structure->fName);
+    if (named != byName.end() && named->second.remove(structure)) byName.erase(named);
+  }
+  void clearIndex() {
+    stale = true;
+    byName.clear();
+    indexed = 0;
+  }
+
+  StructureSet set;
+  std::unordered_map<std::string, Named> byName;
+  size_t indexed = 0;
+  bool stale = false;
+};
+
+Structure::Registry& Structure::registry() {
   static Registry registry;
-  return registry.fSet;
+  return registry;
+}
+
+// The registry with its index current.
+Structure::Registry& Structure::indexedRegistry() {
+  Registry& r = registry();
+  if (!r.stale && r.indexed == r.set.size()) return r;
+  r.clearIndex();
+  r.byName.reserve(r.set.size());
+  for (Structure* structure : r.set) r.index(structure);
+  r.stale = false;
+  return r;
+}
+
+// Name, member count and every member's type, length, offset and name:
+// equal structures hash alike.
+size_t Structure::contentHash(const Structure& structure) {
+  size_t hash = std::hash<std::string_view>()(structure.fName ? structure.fName : "");
+  const auto mix = [&hash](size_t value) {
+    hash ^= value + 0x9e3779b97f4a7c15ull + (hash << 6) + (hash >> 2);
+  };
+  mix(structure.fMemberCount);
+  for (uint32_t i = 0; i < structure.fMemberCount; ++i) {
+    const Member& member = structure.fMembers[i];
+    mix(member.fType);
+    mix(member.fLength);
+    mix(member.fOffset);
+    mix(std::hash<std::string_view>()(member.fName ? member.fName : ""));
+  }
+  return hash;
+}
+
+// A structure the index may hold is about to change its name or members:
+// the index is rebuilt before it is used again. (A structure taken out of
+// the set directly keeps its mark; its next change costs one rebuild.)
+void Structure::changingRegistered() const {
+  if (fIndexed) registry().stale = true;
+}
+
+Structure::StructureSet& Structure::allStructures() {
+  Registry& r = registry();
+  r.stale = true;  // the caller may change the set
+  return r.set;
 }
 
 bool Structure::registerStructure(Structure& structure) {
-  StructureSet& structures = allStructures();
-  for (const Structure* registered : structures) {
-    if (registered == &structure || *registered == structure) return false;
+  Registry& r = indexedRegistry();
+  // With the index current, only a marked structure can be in the set.
+  if (structure.fIndexed && r.set.count(&structure) > 0) return false;
+  const auto named = r.byName.try_emplace(structure.fName).first;
+  if (named->second.holdsEqual(&structure)) return false;
+  try {
+    // Structures made one after another mostly come at rising addresses:
+    // the end is then the place, found without a search.
+    r.set.insert(r.set.end(), &structure);
+    named->second.add(&structure);
+  } catch (...) {
+    r.set.erase(&structure);
+    r.stale = true;
+    throw;
   }
-  structures.insert(&structure);
+  structure.fIndexed = true;
+  ++r.indexed;
   structure.ref();
   return true;
 }
 
 Structure* Structure::structureByName(const char* name) {
   if (!name) return nullptr;
-  for (Structure* structure : allStructures()) {
-    if (std::strcmp(structure->fName, name) == 0) return structure;
-  }
-  return nullptr;
+  Registry& r = indexedRegistry();
+  const auto named = r.byName.find(name);
+  return named == r.byName.end() ? nullptr : named->second.first;
 }
 
 bool Structure::deregisterStructure(Structure& structure) {
-  if (allStructures().erase(&structure) == 0) return false;
+  Registry& r = indexedRegistry();
+  // The set is asked first: a structure that is not in it is not touched.
+  if (r.set.erase(&structure) == 0) return false;
+  r.unindex(&structure);
   structure.unref();
   return true;
 }
 
+// In the set's order, as deregistering the first structure until none is
+// left would; the index goes at once.
 void Structure::deleteAllStructures() {
-  StructureSet& structures = allStructures();
-  while (!structures.empty()) deregisterStructure(**structures.begin());
+  Registry& r = registry();
+  r.clearIndex();
+  while (!r.set.empty()) {
+    Structure* first = *r.set.begin();
+    r.set.erase(r.set.begin());
+    first->fIndexed = false;
+    first->unref();
+  }
+  r.stale = false;
 }
 
 // Layout: a member not placed yet goes to offset 0 when it is the first, else
@@ -391,7 +554,7 @@ bool Structure::Debug(const Structure* structure, kivo::Debug::Print& print) {
     Detail::printLine(print, "[" + std::to_string(unsigned(Member::kInvalidType)) + "] = " +
                                  Member::typeName(Member::kInvalidType));
     print.endSection();
-    const StructureSet& structures = allStructures();
+    const StructureSet& structures = registry().set;
     if (structures.empty()) {
       Detail::printLine(print, "No registered structures");
     } else {

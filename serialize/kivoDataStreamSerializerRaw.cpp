@@ -26,6 +26,7 @@
 #include "serialize/kivoRawValues.h"
 #include "support/kivoFastText.h"
 #include "support/kivoMessages.h"
+#include "support/kivoReadAllowance.h"
 
 namespace kivo::Data {
 namespace {
@@ -158,10 +159,17 @@ bool strictNumericIndex(const std::string& line, Index& index) {
 class StreamReader {
  public:
   explicit StreamReader(std::istream& input) : fInput(input) {}
+  ~StreamReader() {
+    if (Detail::ReadAllowance* allowance = Detail::ReadAllowance::current()) {
+      allowance->giveBack(fWorking);
+    }
+  }
+  StreamReader(const StreamReader&) = delete;
+  StreamReader& operator=(const StreamReader&) = delete;
 
   Stream* read(std::string& errors) {
     std::unique_ptr<Stream> stream;
-    if (readHeader()) stream = makeStream();
+    if (readHeader() && allowed(false)) stream = makeStream();
     fFast = stream && plainInput(fInput) && layoutOf(*fStructure, fLayout);
     if (stream) readElements(*stream);
     if (fCount == 0) return stream.release();
@@ -233,6 +241,22 @@ class StreamReader {
     return true;
   }
 
+  // Counts the structure's default element (workingElement false) or the
+  // element the data lines are read into (true) against the allowance of
+  // the scene-file read in progress, if any; false, with a message naming
+  // the structure, when it does not fit.
+  bool allowed(bool workingElement) {
+    Detail::ReadAllowance* allowance = Detail::ReadAllowance::current();
+    if (!allowance) return true;
+    const uint64_t size = fStructure->totalSize();
+    if (workingElement ? allowance->take(size) : allowance->takeDefaultElement(fStructure, size)) {
+      if (workingElement) fWorking = size;
+      return true;
+    }
+    record(Detail::pastReadAllowance(fStructure->name(), size, fName, allowance->limit()) + "\n");
+    return false;
+  }
+
   std::unique_ptr<Stream> makeStream() {
     std::unique_ptr<Stream> stream(new Stream(*fStructure, fName));
     if (fTyped) stream->setIndexType(fIndexType);
@@ -261,6 +285,7 @@ class StreamReader {
         }
       }
       ++fRecord;
+      if (!element && !allowed(true)) return;
       if (!element) element.emplace(*fStructure);
       Handle& handle = *element;
       if (!handle.hasData()) handle.pointToData(fStructure->allocateDefaultChunk(), true);
@@ -313,6 +338,9 @@ class StreamReader {
   }
 
   std::istream& fInput;
+  // The working element's bytes, given back to the read's allowance when
+  // the stream is read.
+  uint64_t fWorking = 0;
   std::string fLine;
   std::string fMessages;
   unsigned long fCount = 0;

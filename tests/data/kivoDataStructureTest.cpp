@@ -1,7 +1,8 @@
 // StructureLayout.*    offsets and totals, every refusal of addMember
 // StructureChunks.*    default block, deep duplication, default tests
 // StructureCopy.*      copies are equal, unregistered and start at count 0
-// StructureRegistry.*  identity vs equality, lookup by name, dropping references
+// StructureRegistry.*  identity vs equality, lookup by name, dropping references,
+//                      lookups after renames, member changes and direct edits
 // StructureIterator.*  walking members, the end position
 // StructureDebug.*     the object print and the class statistics
 #include <kivo/data/kivoDataStructure.h>
@@ -9,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <sstream>
@@ -173,6 +175,45 @@ TEST_F(StructureRegistry, DroppingTheRegistryReferenceMayDestroy) {
   EXPECT_TRUE(Structure::allStructures().empty());
   EXPECT_EQ(kept->refCount(), 1);
   EXPECT_EQ(Structure::_objectsAlive, alive + 1);
+}
+
+TEST_F(StructureRegistry, LookupsFollowRenamesMemberChangesAndDirectEdits) {
+  // Three layouts under one name: the lowest address is found, and the next
+  // lowest once it is gone.
+  std::vector<StructureRef> same;
+  for (unsigned int length = 1; length <= 3; ++length) {
+    same.push_back(makeStructure("Same", {{Member::kInt8, length, "a"}}));
+    ASSERT_TRUE(add(*same.back()));
+  }
+  std::sort(same.begin(), same.end(),
+            [](const StructureRef& a, const StructureRef& b) { return a.get() < b.get(); });
+  EXPECT_EQ(Structure::structureByName("Same"), same[0].get());
+  EXPECT_TRUE(Structure::deregisterStructure(*same[0]));
+  EXPECT_EQ(Structure::structureByName("Same"), same[1].get());
+
+  // A registered structure renamed, or given a member, is found and
+  // compared as it is now.
+  same[1]->setName("Renamed");
+  EXPECT_EQ(Structure::structureByName("Renamed"), same[1].get());
+  EXPECT_EQ(Structure::structureByName("Same"), same[2].get());
+  StructureRef grown = makeStructure("Same", {{Member::kInt8, 3, "a"}, {Member::kInt8, 1, "b"}});
+  EXPECT_TRUE(add(*grown));
+  StructureRef twin = makeStructure("Same", {{Member::kInt8, 3, "a"}, {Member::kInt8, 1, "c"}});
+  ASSERT_TRUE(same[2]->addMember(Member::kInt8, 1, "c"));
+  EXPECT_FALSE(Structure::registerStructure(*twin));
+
+  // The set changed directly (references moved by hand): lookups and
+  // registration see what is in it.
+  Structure::allStructures().erase(same[2].get());
+  same[2]->unref();
+  EXPECT_EQ(Structure::structureByName("Same"), grown.get());
+  EXPECT_TRUE(Structure::registerStructure(*twin));
+  Structure::allStructures().erase(twin.get());
+  twin->unref();
+  Structure::allStructures().insert(same[2].get());
+  same[2]->ref();
+  EXPECT_FALSE(Structure::registerStructure(*twin));
+  EXPECT_EQ(Structure::structureByName("Same"), std::min(same[2].get(), grown.get()));
 }
 
 TEST(StructureIterator, WalksMembersAndThrowsAtEnd) {

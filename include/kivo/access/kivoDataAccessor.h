@@ -113,6 +113,16 @@ class KIVO_EXPORT Accessor {
   // appended to errors (some formats replace them, see their messages), and
   // the process registry is as it was. Exceptions from the format are
   // passed on after the registry is restored.
+  // Added limit, so that what a file declares cannot cost more than the
+  // file: the element blocks a read makes without text behind them (each
+  // structure's default element, and the element each stream's data lines
+  // are read into) are held to twice the file's size plus 63 MiB, which
+  // keeps a small file's read within twice the file plus 64 MiB. A stream
+  // that would pass that fails to read, with the message "Structure 'S' has
+  // elements of N bytes: reading stream 'T' would take this read past the L
+  // bytes it may hold without text behind them (twice the file's size plus
+  // 63 MiB)", and so does the read. Elements read from the file are not
+  // counted: their values are in its text.
   bool read(const std::string& fileName, const std::set<std::string>* structureNames,
             const std::set<std::string>* associationsNames, std::string& errors);
   bool read(const std::string& fileName, std::string& errors);

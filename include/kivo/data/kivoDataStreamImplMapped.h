@@ -3,6 +3,15 @@
 // owns its element. Iteration follows Index order. A default handle on the
 // structure stands for a missing element (end iterators point at it). Copies
 // and clones deep-copy every element, strings included.
+//
+// Departure, so that a few bytes of a file cannot claim a whole element per
+// stream: the default handle views the structure's default block
+// (Structure::sharedDefaultElement), which every stream of the structure
+// shares, instead of owning a copy of it; only when that block is shorter
+// than an element (members added after it was built) does a stream keep a
+// copy of its own. Writing through an end iterator's handle therefore
+// changes the structure's defaults, for every stream and every new element
+// block made from them.
 #pragma once
 
 #include <kivo/data/kivoDataHandle.h>
@@ -75,7 +84,7 @@ class KIVO_EXPORT StreamImplMapped : public StreamImpl {
   // section with one "Index (key), Handle (value)" line per entry in key
   // order. Null prints the class counters. The footprint counts the
   // object, its name texts, each entry with its element block, and the
-  // default element.
+  // default element (the shared block too, in every stream that views it).
   static bool Debug(const StreamImplMapped* impl, kivo::Debug::Print& print);
   static bool Debug(const StreamImplMapped* impl, kivo::Debug::Footprint& footprint);
 

@@ -78,6 +78,11 @@ class KIVO_EXPORT Structure : public RefCounted, public Checkpointed {
   // rebuilt (complete the structure before using its defaults). Null while
   // the structure has no size.
   const char* defaultData() const;
+  // The default block when it holds a whole element, for streams to share
+  // as their stand-in for missing elements (see StreamImplMapped); null
+  // when the structure has no size or members were added after the block
+  // was built.
+  const char* sharedDefaultElement() const;
   // Zeroes block (totalSize() bytes) and writes every member's default.
   // Returns true (false for a null block).
   bool fillWithDefaultChunk(char* block) const;
@@ -109,6 +114,13 @@ class KIVO_EXPORT Structure : public RefCounted, public Checkpointed {
 
   // The process-wide registry, created on first use. It holds one reference
   // on each structure in it and drops them when the process ends.
+  // Registration and lookup by name use an index of the set by name (and by
+  // members among structures of one name), so each costs about one step
+  // however many structures are registered. A caller may change the
+  // returned set directly; the index is then rebuilt (one pass over the
+  // set) at the next registration or lookup, as long as the change is made
+  // before that call: a reference kept from an earlier call and changed
+  // later, without the set's size changing, goes unseen by the index.
   static StructureSet& allStructures();
   // False when this object, or a structure equal to it, is already
   // registered; otherwise adds it, takes a reference and returns true. A
@@ -137,6 +149,13 @@ class KIVO_EXPORT Structure : public RefCounted, public Checkpointed {
 
   // The names of the members once there are many, for addMember's check.
   struct MemberNames;
+  // The registry's set and its index.
+  struct Registry;
+  static Registry& registry();
+  static Registry& indexedRegistry();
+  static size_t contentHash(const Structure& structure);
+  // Called before a change of name or members.
+  void changingRegistered() const;
 
   void layout();
   void clear();
@@ -152,6 +171,8 @@ class KIVO_EXPORT Structure : public RefCounted, public Checkpointed {
   uint32_t fMemberCount = 0;
   uint32_t fMemberCapacity = 0;
   bool fBeingDestroyed = false;
+  // Set while the registry's index may hold this structure.
+  mutable bool fIndexed = false;
   // Byte size of the default block when it was built.
   mutable uint64_t fDefaultSize = 0;
 };

@@ -7,6 +7,14 @@
 // read and written in the classic locale; floating-point values are written
 // with the output stream's precision. One instance per process
 // (theFormat()); it holds no data.
+//
+// Added refusal, while a scene file is read (Accessor::read): a stream whose
+// structure's default element, or whose first element's working block,
+// would take the read past what it may hold without text behind it (twice
+// the file's size plus 63 MiB) fails to read with the message "Structure
+// 'S' has elements of N bytes: reading stream 'T' would take this read past
+// the L bytes it may hold without text behind them (twice the file's size
+// plus 63 MiB)". Outside such a read nothing is counted.
 #pragma once
 
 #include <kivo/kivoExport.h>
